@@ -1,0 +1,170 @@
+/** The host boundary: everything kslib asks of a host database library, in plain C.
+ *  kslib calls these names and links to whatever provides them. A null handle or list means failure or absence. Images
+ *  have channels numbered from 1; metadata is kept as lists of "KEY=VALUE" texts, one for the file (level 1, number
+ * -1), one per channel (level 2) and one per segment (level 3); keys are matched exactly.
+ *
+ *  A host call that fails reports the failure and, while a trap is armed, jumps to it; without one it returns its
+ * failing value. The host takes a trap down before it jumps to it. */
+#ifndef KSHOST_H
+#define KSHOST_H
+
+#include <setjmp.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include <kslib/types.h>
+
+/* Formats are checked by the compiler where a caller gives them whole. */
+#if defined(__GNUC__)
+#define KSHOST_PRINTF(nFormat, nFirst) __attribute__((format(printf, nFormat, nFirst)))
+#else
+#define KSHOST_PRINTF(nFormat, nFirst)
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** A vector layer; callers see its first members. */
+struct HostLayer {
+    HostFile* fp;
+    int nSegment;
+    unsigned nFlags;
+};
+
+/* ---- files ---- */
+
+/** Makes the host know its image formats; may be called any number of times. */
+KS_API void ImageRegister(void);
+/** 1 if a file of that name exists, 0 if not. */
+KS_API int DKCheck(const char* szFileName);
+/** Opens a file; szAccess is "r" or "r+". */
+KS_API HostFile* GDBOpen(const char* szFileName, const char* szAccess);
+/** Stores what was gathered and gives the handle back; null is accepted. */
+KS_API void GDBClose(HostFile* fp);
+/** Creates an image; anChannels counts the channels of type 1, 2, 3 and any other, in that order; szInterleave "PIXEL".
+ */
+KS_API HostFile* IDBCreate(const char* szFileName, int nXSize, int nYSize, const int anChannels[4],
+                           const char* szInterleave);
+/** Creates a file for vector layers. */
+KS_API HostFile* GDBCreate(int nFileType, const char* szFileName, int nXSize, int nYSize, int n0, int n1,
+                           const char* szText);
+/** Adds an entry to the processing history. */
+KS_API void GDBWriteHistory(HostFile* fp, int nLevel, int nChan, const char* szText);
+/** The file's name, owned by the handle. */
+KS_API const char* fp2filename(HostFile* fp);
+/** The file's type: 3 when it can hold segments, 60 for layers in memory; 0 for null. */
+KS_API int fp2type(HostFile* fp);
+/** 1 if the handle is live; a dead handle is never dereferenced. */
+KS_API int fpValidate(HostFile* fp);
+/** Raises the handle's reference count and returns it; each reference is given back with GDBClose. Null for null. */
+KS_API HostFile* fpReference(HostFile* fp);
+
+/* ---- channels ---- */
+
+KS_API int GDBChanNum(HostFile* fp);
+KS_API int GDBChanXSize(HostFile* fp);
+KS_API int GDBChanYSize(HostFile* fp);
+/** 1 unsigned 8-bit, 2 signed 16-bit, 3 unsigned 16-bit, 4 and up transferred as 32-bit float. */
+KS_API int GDBChanType(HostFile* fp, int nChan);
+/** Moves a rectangle of several channels (nMode 0 read, 1 write) to or from a pixel-interleaved buffer. Reading reduces
+ * to nBufXSize x nBufYSize: sample i of n from a width w is column nXOff + i * w / n. Returns 1, or 0 after a report.
+ */
+KS_API int GDBRealChanIOLow(HostFile* fp, int nMode, int nXOff, int nYOff, int nXSize, int nYSize, float* pafBuffer,
+                            int nBufXSize, int nBufYSize, int nNumChans, const int* panChans);
+/** Reads (nMode 0, into szText of at least 65 bytes) or writes (1) a channel's description. */
+KS_API int GDBChanDescIO(HostFile* fp, int nMode, int nChan, char* szText);
+/** Fetches and checks the window that a task parameter names: x offset, y offset, width, height. */
+KS_API void CheckWin(HostFile* fp, const char* szParam, int anWindow[4]);
+/** Checks the channel list of a task parameter. */
+KS_API void CheckChan(HostFile* fp, const char* szParam, const int* panChans, int nNumChans);
+
+/* ---- metadata and string lists ---- */
+
+/** Reads (nDirection 0: a new list, the caller's to destroy, possibly null) or replaces (1: returns null) a level's
+ * list. */
+KS_API HostStringList GDBMetaDataIO(HostFile* fp, int nDirection, int nLevel, int nNumber, HostStringList pList);
+/** One value of a level's list, owned by the file; null when there is no such key. */
+KS_API const char* GDBFetchMetaDataEntry(HostFile* fp, int nLevel, int nNumber, const char* szKey);
+/** The value of a key, owned by the list, or null. */
+KS_API const char* FetchAuxEntry(HostStringList pList, const char* szKey);
+/** Sets a key's one entry; go on with the returned list. */
+KS_API HostStringList SetAuxEntry(HostStringList pList, const char* szKey, const char* szValue);
+/** Removes a key's entries; go on with the returned list. Callers pass 0 and 1 for n0 and n1. */
+KS_API HostStringList DeleteAuxEntries(HostStringList pList, const char* szKey, int n0, int n1);
+KS_API void DestroyStringList(HostStringList pList);
+KS_API int CountStringList(HostStringList pList);
+/** The tokens of a text between any of the delimiter characters; empty tokens are skipped. */
+KS_API HostStringList TokenizeDelim(const char* szText, const char* szDelim);
+/** A formatted text that stays valid until the next few calls. */
+KS_API const char* MkName(const char* szFormat, ...) KSHOST_PRINTF(1, 2);
+/** A malloc'ed copy; null for null. */
+KS_API char* _HString(const char* szText);
+
+/* ---- data segments ---- */
+
+KS_API int IDBSegCreate(HostFile* fp, const char* szName, const char* szDesc, int nType, int64_t nBlocks);
+KS_API int IDBSegInfoIO(HostFile* fp, int nSegment, int nMode, char* pchStatus, int* pnType, void* p0, void* p1,
+                        void* p2);
+KS_API int GDBSegNext(HostFile* fp, int nType, int nPrevious);
+KS_API int IDBMultiArrayIO(HostFile* fp, int nMode, int nSegment, int nDimensions, const int64_t* panSizes,
+                           int nElementSize, const int64_t* panOffset, const int64_t* panCount, const int64_t* panOpt1,
+                           const int64_t* panOpt2, int64_t nPosition, void* pBuffer, int64_t nBytes, int64_t* pnMoved);
+
+/* ---- vector layers ---- */
+
+KS_API HostLayer* GDBCreateLayer(HostFile* fp, const char* szName, const char* szText1, const char* szText2);
+KS_API HostLayer* GDBGetLayer(HostFile* fp, int nSegment);
+KS_API int GDBLayer2Type(HostLayer* hLayer);
+KS_API int GDBGetNumFields(HostLayer* hLayer);
+KS_API const char* GDBGetFieldName(HostLayer* hLayer, int nField);
+KS_API int GDBDefineNewField(HostLayer* hLayer, const char* szName, int nFieldType);
+KS_API char* GDBGenFieldFormat(int nFieldType, int nWidth, int n0, int n1);
+KS_API int GDBSetFieldFormat(HostLayer* hLayer, int nField, const char* szFormat);
+KS_API int GDBCreateShape(HostLayer* hLayer, int nShapeType);
+KS_API int GDBSetValue(HostLayer* hLayer, int nShape, int nField, double dValue);
+KS_API int GDBSetValueString(HostLayer* hLayer, int nShape, int nField, const char* szValue);
+KS_API double GDBGetValue(HostLayer* hLayer, int nShape, int nField);
+KS_API char* GDBGetValueString(HostLayer* hLayer, int nShape, int nField);
+KS_API int GDBVectorCopy(HostFile* fpSrc, int nSegSrc, HostFile* fpDst, int n0, int n1, int n2, int n3);
+KS_API int GDBGetFirst(HostLayer* hLayer);
+KS_API int GDBGetNext(HostLayer* hLayer, int nShape);
+
+/* ---- vector-quantized cubes ---- */
+
+/** Describes the file's cube: 1 and *pInfo filled, or 0 when the file holds none. */
+KS_API int VQubeGetInfo(HostFile* fp, KSVQubeInfo* pInfo);
+KS_API int VQubeCreate(const char* szFileName, int nPixels, int nLines, int nBands, int nCodeVectors, int nDataType);
+/** Frees the lists of a description; the handles are borrowed and stay. */
+KS_API void VQubeCleanUp(KSVQubeInfo* pInfo);
+KS_API int VQubeGetCodeBook(HostFile* fpVQ, void* pBuf);
+KS_API int VQubePutCodeBook(const char* szFileName, int nCodeVectors, int nDataType, int nCbkBands, int nDataSetBands,
+                            const int* panChans, const void* pBuf);
+KS_API int VQubeGetIndexMap(HostFile* fpVQ, const int anWindow[4], uint16_t* pau16Buf);
+KS_API int VQubePutIndexMap(const char* szFileName, const int anWindow[4], int nCodeVectors, int nXSize, int nYSize,
+                            const uint16_t* pau16Buf);
+
+/* ---- reports, traps, sorting, memory, progress ---- */
+
+/** Reports an error. The first placeholder of the format is the reporting function's label. */
+KS_API void IMPError(int nCode, int nSeverity, const char* szFormat, ...) KSHOST_PRINTF(3, 4);
+KS_API void Debug(const char* szFormat, ...) KSHOST_PRINTF(1, 2);
+/** Sets whether an error ends the program; returns the previous setting. */
+KS_API int IMPFatal(int bFatal);
+/** Reports an error that concerns a text parameter of a task. */
+KS_API void IMPErrChar(int nCode, int nSeverity, const char* szParam, const char* szText);
+/** Arms a trap (null: none to be had); the caller then marks a return point on its buffer. Traps nest. */
+KS_API void* IMP_Protect(void);
+KS_API jmp_buf* IMPProtectBuffer(void);
+KS_API void IMPUnprotect(void);
+/** Sorts in place with the contract of qsort. */
+KS_API void ORV_qsort(void* pBase, size_t nCount, size_t nSize, int (*pfCompare)(const void*, const void*));
+/** Bytes of working memory that the host allows; *pbFlag is set to 1 when they are a limit. */
+KS_API int IMPGetMemory(int* pbFlag);
+/** Progress: (0, -1.0) starts, (0, fraction) advances, (0, 2.0) finishes. */
+KS_API void IMPCounter(int nDone, double dFraction);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

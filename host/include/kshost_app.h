@@ -1,0 +1,83 @@
+/** What an application may set in, and ask of, the embedded host beyond what kslib calls.
+ *  Plain C; every text handed out is UTF-8 and says who owns it. */
+#ifndef KSHOST_APP_H
+#define KSHOST_APP_H
+
+#include <kshost.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- reports and progress ---- */
+
+typedef void (*KSHostErrorHandler)(void* pUser, int nCode, int nSeverity, const char* szText);
+typedef void (*KSHostDebugHandler)(void* pUser, const char* szText);
+/** dFraction as IMPCounter gives it: -1 start, 0..1 progress, 2 finish. */
+typedef void (*KSHostProgressHandler)(void* pUser, double dFraction);
+
+/** Where reports go; a null handler brings back the default: standard error, debug output only when the environment
+ *  variable KSHOST_DEBUG is set, a progress bar only on a terminal. */
+KS_API void KSHostSetErrorHandler(KSHostErrorHandler pfHandler, void* pUser);
+KS_API void KSHostSetDebugHandler(KSHostDebugHandler pfHandler, void* pUser);
+KS_API void KSHostSetProgressHandler(KSHostProgressHandler pfHandler, void* pUser);
+
+/** Transfers and stores that failed since the last reset. kslib does not see them: an application that exits with
+ * success must find 0 here. */
+KS_API int KSHostErrorCount(void);
+KS_API void KSHostResetErrorCount(void);
+
+/* ---- memory and task parameters ---- */
+
+/** The working memory that IMPGetMemory answers, in bytes; 0 brings back the default (environment variable
+ * KSHOST_MEMORY, else 256 MiB). */
+KS_API void KSHostSetMemory(int nBytes);
+/** Sets a window parameter of tasks ("DBIW", "DBOW"): x offset, y offset, width, height. Null removes it; an unset
+ * window is the whole image. */
+KS_API void KSHostSetWindow(const char* szParam, const int* panWindow);
+
+/* ---- files ---- */
+
+/** Stores what was gathered for the file now. Returns 1, or 0 after a report; what was gathered is then kept. */
+KS_API int KSHostFlush(HostFile* fp);
+
+/** How an image is stored, for display. */
+typedef struct KSHostLayout {
+    const char* szFormat;     /**< "ENVI", "GTiff", "netCDF", ...; owned by the handle, as all texts here */
+    const char* szInterleave; /**< "BIP", "BIL", "BSQ", or empty when not known */
+    const char* szSampleType; /**< "UInt16", "Float32", ... of channel 1; empty without channels */
+    int bBigEndian;           /**< for formats that can be either */
+    const char* szHeader;     /**< the header file beside the image, or empty */
+    const char* szSidecar;    /**< the sidecar's path, whether it exists or not */
+    int bSidecar;             /**< 1 when a sidecar exists and is used */
+} KSHostLayout;
+/** Returns 1, or 0 when fp is not a live image. */
+KS_API int KSHostGetLayout(HostFile* fp, KSHostLayout* pLayout);
+
+/** What was guessed, converted or ignored in the foreign header when the image was opened: one text each; the caller
+ *  destroys the list. Null when there was nothing to say. */
+KS_API HostStringList KSHostGetRemarks(HostFile* fp);
+
+/** The three 1-based channels that the image itself names for display. Returns how many it names: 3, 1 (grey) or 0. */
+KS_API int KSHostGetDefaultChannels(HostFile* fp, int anChannels[3]);
+
+/** Affine map from pixel and line to projected coordinates, GDAL's order of six values. Returns 1, or 0 when the image
+ *  has none. */
+KS_API int KSHostGetGeoTransform(HostFile* fp, double adTransform[6]);
+KS_API int KSHostSetGeoTransform(HostFile* fp, const double adTransform[6]);
+/** Coordinate system as WKT, owned by the handle; empty when the image has none. */
+KS_API const char* KSHostGetCoordinateSystem(HostFile* fp);
+KS_API int KSHostSetCoordinateSystem(HostFile* fp, const char* szWkt);
+/** A channel's no-data value. Returns 1, or 0 when it has none. */
+KS_API int KSHostGetNoData(HostFile* fp, int nChan, double* pdValue);
+KS_API int KSHostSetNoData(HostFile* fp, int nChan, double dValue);
+
+/** Copies coordinate system and geotransform for the window of fpSrc (x offset, y offset, width, height; null: all)
+ * that fpDst holds, every nXInt-th pixel and nYInt-th line. Returns 1, also when there is nothing to copy, or 0 after a
+ *  report. */
+KS_API int KSHostCopyGeoreference(HostFile* fpSrc, HostFile* fpDst, const int* panWindow, int nXInt, int nYInt);
+
+#ifdef __cplusplus
+}
+#endif
+#endif
