@@ -14,8 +14,7 @@ namespace {
 /// Frees a description list and the texts it already holds.
 struct DescListDeleter {
     void operator()(char** list) const {
-        for (char** text = list; text != nullptr && *text != nullptr; ++text)
-            std::free(*text);
+        for (char** text = list; text != nullptr && *text != nullptr; ++text) std::free(*text);
         std::free(list);
     }
 };
@@ -26,11 +25,16 @@ const char* describe(int radQuant) {
     return description != nullptr ? description : aKSRadQuant[KS_RQ_UNKNOWN].szName;
 }
 
+/// What transform i of a chain produces; a chain with gaps knows nothing there.
+int quantityOf(const KSDataSet& dataSet, int i) {
+    const KSRadTrans* transform = dataSet.papRadTransSeq != nullptr ? dataSet.papRadTransSeq[i] : nullptr;
+    return transform != nullptr ? transform->eRadQuant : static_cast<int>(KS_RQ_UNKNOWN);
+}
+
 /// What the transforms after number `first` make of a value of band b.
 double gainFrom(KSRadTrans* const* chain, int first, int count, int b) {
     double gain = 1.0;
-    for (int i = first; i < count; ++i)
-        gain *= static_cast<double>(chain[i]->pafGains[b]);
+    for (int i = first; i < count; ++i) gain *= static_cast<double>(chain[i]->pafGains[b]);
     return gain;
 }
 
@@ -123,7 +127,7 @@ int KSRadTransQuantToLev(const KSDataSet* pDataSet, int eRadQuant) {
     }
     if (eRadQuant == KS_RQ_UNCAL) return 0;
     for (int k = 0; k < pDataSet->nNumRadTrans; ++k) {
-        if (pDataSet->papRadTransSeq[k]->eRadQuant == eRadQuant) return k + 1;
+        if (quantityOf(*pDataSet, k) == eRadQuant) return k + 1;
     }
     return kNoLevel;
 }
@@ -139,7 +143,7 @@ char** KSRadTransDescList(const KSDataSet* pDataSet) {
     std::unique_ptr<char*, DescListDeleter> list(array.release());
 
     for (int k = 0; k <= levels; ++k) {
-        const int quantity = k == 0 ? KS_RQ_UNCAL : pDataSet->papRadTransSeq[k - 1]->eRadQuant;
+        const int quantity = k == 0 ? KS_RQ_UNCAL : quantityOf(*pDataSet, k - 1);
         list.get()[k] = copyText(describe(quantity));
         if (list.get()[k] == nullptr) return nullptr;
         list.get()[k + 1] = nullptr;

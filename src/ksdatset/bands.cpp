@@ -72,9 +72,7 @@ int interpretInterval(const float* interval, WavelengthFilter& filter) {
                    kSelectLabel);
 }
 
-bool isGood(int quality) {
-    return quality == KS_BQ_PLOT || quality == KS_BQ_BMASK;
-}
+bool isGood(int quality) { return quality == KS_BQ_PLOT || quality == KS_BQ_BMASK; }
 
 /// The selected bands, in a list that grows as they are found.
 class BandList {
@@ -118,8 +116,7 @@ int sortByWavelength(const KSSensor& sensor, BandList& list) {
         pairs[i] = {band, sensor.pBandResp[band].fCentre};
     }
     ORV_qsort(pairs.get(), count, sizeof(BandWavelength), compareBandWavelengths);
-    for (std::size_t i = 0; i < count; ++i)
-        list[static_cast<int>(i)] = pairs[i].band;
+    for (std::size_t i = 0; i < count; ++i) list[static_cast<int>(i)] = pairs[i].band;
     return kOk;
 }
 

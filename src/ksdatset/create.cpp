@@ -64,9 +64,7 @@ int createExplicitFile(KSDataSet& dataSet) {
 
 // ---- writing ----
 
-constexpr bool within(double value, double low, double high) {
-    return value >= low && value <= high;
-}
+constexpr bool within(double value, double low, double high) { return value >= low && value <= high; }
 
 void writeReal(MetadataList& list, const char* key, double value, int decimals) {
     list.replace(key, NumberText(value, decimals).text());
@@ -143,15 +141,15 @@ int writeProfile(const KSSensor& sensor, int band, int decimals, MetadataList& l
 
 int writeTransform(const KSDataSet& dataSet, int k, int band, MetadataList& list) {
     constexpr int kDecimals = 6;
-    const KSRadTrans& transform = *dataSet.papRadTransSeq[k - 1];
-    const char* quantity = nameOfRow(aKSRadQuant, transform.eRadQuant);
+    const KSRadTrans* transform = dataSet.papRadTransSeq != nullptr ? dataSet.papRadTransSeq[k - 1] : nullptr;
+    const char* quantity = transform != nullptr ? nameOfRow(aKSRadQuant, transform->eRadQuant) : nullptr;
     if (quantity == nullptr) {
         return KS_FAIL("%s: pDataSet->papRadTransSeq[%d]->eRadQuant value is not recognized\n", kWriteLabel, k - 1);
     }
     const TransformKeys keys(k);
     list.replace(keys.quantity, quantity);
-    writeReal(list, keys.gain, static_cast<double>(transform.pafGains[band]), kDecimals);
-    writeReal(list, keys.offset, static_cast<double>(transform.pafOffsets[band]), kDecimals);
+    writeReal(list, keys.gain, static_cast<double>(transform->pafGains[band]), kDecimals);
+    writeReal(list, keys.offset, static_cast<double>(transform->pafOffsets[band]), kDecimals);
     return kOk;
 }
 

@@ -24,8 +24,7 @@ struct BandMap {
 /// Frees a copy with its whole chain; KSFree alone would leave part of it.
 struct DataSetDeleter {
     void operator()(KSDataSet* dataSet) const {
-        while (dataSet->nNumRadTrans > 0)
-            KSDelRadTrans(dataSet);
+        while (dataSet->nNumRadTrans > 0) KSDelRadTrans(dataSet);
         KSFree(dataSet);
     }
 };
@@ -33,8 +32,7 @@ struct DataSetDeleter {
 Heap<float[]> gather(const float* values, BandMap map) {
     if (values == nullptr && map.count > 0) return nullptr;
     Heap<float[]> gathered = allocateArray<float>(map.count);
-    for (int i = 0; gathered && i < map.count; ++i)
-        gathered[static_cast<std::size_t>(i)] = values[map.bands[i]];
+    for (int i = 0; gathered && i < map.count; ++i) gathered[static_cast<std::size_t>(i)] = values[map.bands[i]];
     return gathered;
 }
 
@@ -42,8 +40,7 @@ int duplicateBandRefs(const KSDataSet& source, BandMap map, KSDataSet& copy) {
     if (source.pBandRefs == nullptr || map.count == 0) return kOk;
     Heap<KSBandRef[]> refs = allocateArray<KSBandRef>(map.count);
     if (!refs) return KS_FAIL("%s: pBandRefs == NULL, HMalloc() failed\n", "BandRefsDupl ()");
-    for (int i = 0; i < map.count; ++i)
-        refs[static_cast<std::size_t>(i)] = source.pBandRefs[map.bands[i]];
+    for (int i = 0; i < map.count; ++i) refs[static_cast<std::size_t>(i)] = source.pBandRefs[map.bands[i]];
     copy.pBandRefs = refs.release();
     return kOk;
 }
@@ -85,8 +82,7 @@ int duplicateQualities(const KSSensor& source, BandMap map, KSSensor& copy) {
     if (source.peBandQual == nullptr || map.count == 0) return kOk;
     Heap<int[]> qualities = allocateArray<int>(map.count);
     if (!qualities) return KS_FAIL("%s: paeBandQual == NULL, HMalloc() failed\n", "BandQualDupl ()");
-    for (int i = 0; i < map.count; ++i)
-        qualities[static_cast<std::size_t>(i)] = source.peBandQual[map.bands[i]];
+    for (int i = 0; i < map.count; ++i) qualities[static_cast<std::size_t>(i)] = source.peBandQual[map.bands[i]];
     copy.peBandQual = qualities.release();
     return kOk;
 }
@@ -170,8 +166,7 @@ extern "C" KSDataSet* KSDupl(const KSDataSet* pDataSet, int nNumBands, const int
     if (panBandMap == nullptr) {
         Heap<int[]> all = allocateArray<int>(sourceBands);
         if (!all) return IMPError(83, 0, "%s: panBandMap == NULL HMalloc () failed.\n", kLabel), nullptr;
-        for (int b = 0; b < sourceBands; ++b)
-            all[static_cast<std::size_t>(b)] = b;
+        for (int b = 0; b < sourceBands; ++b) all[static_cast<std::size_t>(b)] = b;
         return duplicate(*pDataSet, {all.get(), sourceBands});
     }
     for (int i = 0; i < nNumBands; ++i) {

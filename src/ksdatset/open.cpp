@@ -215,9 +215,7 @@ int readTransform(KSDataSet& dataSet, int k) {
 }
 
 /// The open mode that an access text names; 0 when it names none.
-int openMode(const char* access) {
-    return rowOfName(aKSOpenMode, access);
-}
+int openMode(const char* access) { return rowOfName(aKSOpenMode, access); }
 
 int openFile(KSDataSet& dataSet, const char* fileName, const char* access, int mode, const char* label) {
     ImageRegister();
@@ -306,8 +304,7 @@ void KSFree(KSDataSet* pDataSet) {
     std::free(pDataSet->szFileName);
     std::free(pDataSet->pBandRefs);
     // Counts against the shrinking total: callers depend on which transforms survive.
-    for (int i = 0; i < pDataSet->nNumRadTrans; ++i)
-        KSDelRadTrans(pDataSet);
+    for (int i = 0; i < pDataSet->nNumRadTrans; ++i) KSDelRadTrans(pDataSet);
     releaseAuxFiles(*pDataSet);
     std::free(pDataSet->Sensor.szModelName);
     std::free(pDataSet->Sensor.peBandQual);

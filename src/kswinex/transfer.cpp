@@ -26,13 +26,9 @@ struct ComponentTransform {
     Heap<float[]> offsets;
 };
 
-std::int64_t samplesOf(const KSWinEx& window) {
-    return std::int64_t{window.nNumXSamples} * window.nNumYSamples;
-}
+std::int64_t samplesOf(const KSWinEx& window) { return std::int64_t{window.nNumXSamples} * window.nNumYSamples; }
 
-bool reachesBeyond(int offset, int size, int limit) {
-    return std::int64_t{offset} + size > limit;
-}
+bool reachesBeyond(int offset, int size, int limit) { return std::int64_t{offset} + size > limit; }
 
 int checkBandMap(const KSDataSet& dataSet, const KSWinEx& window, const char* label) {
     if (dataSet.pBandRefs == nullptr) return KS_FAIL("%s: pDataSet->pBandRefs == NULL.\n", label);
@@ -147,28 +143,23 @@ int readTransform(const KSDataSet& dataSet, const KSWinEx& window, ComponentTran
     return kOk;
 }
 
-void applyInPlace(const ComponentTransform& transform, std::int64_t samples, int bands, float* values) {
-    const float* gains = transform.gains.get();
-    const float* offsets = transform.offsets.get();
-    for (std::int64_t i = 0; i < samples; ++i, values += bands) {
-        for (int j = 0; j < bands; ++j)
-            values[j] = gains[j] * values[j] + offsets[j];
+void applyToRow(const ComponentTransform& transform, int samples, int bands, float* __restrict values) {
+    const float* __restrict gains = transform.gains.get();
+    const float* __restrict offsets = transform.offsets.get();
+    for (int x = 0; x < samples; ++x, values += bands) {
+        for (int j = 0; j < bands; ++j) values[j] = gains[j] * values[j] + offsets[j];
     }
 }
 
-/// Moves pixel-interleaved rows into the window's own interleave.
-void placeRows(const float* buffer, KSWinEx& window) {
+/// Moves a pixel-interleaved row into the window's own interleave.
+void placeRow(const float* pixels, const KSWinEx& window, int y) {
     const int bands = window.SampDesc.nNumBands;
-    for (int y = 0; y < window.nNumYSamples; ++y) {
-        const float* pixels = buffer + pixelRow(window, y);
-        forEachTile(window.nNumXSamples, bands, [&](int x0, int x1, int b0, int b1) {
-            for (int b = b0; b < b1; ++b) {
-                float* row = componentRow(window, b, y);
-                for (int x = x0; x < x1; ++x)
-                    row[x] = pixels[std::ptrdiff_t{x} * bands + b];
-            }
-        });
-    }
+    forEachTile(window.nNumXSamples, bands, [&](int x0, int x1, int b0, int b1) {
+        for (int b = b0; b < b1; ++b) {
+            float* row = componentRow(window, b, y);
+            for (int x = x0; x < x1; ++x) row[x] = pixels[std::ptrdiff_t{x} * bands + b];
+        }
+    });
 }
 
 int readSamples(const KSDataSet& dataSet, KSWinEx& window) {
@@ -187,8 +178,11 @@ int readSamples(const KSDataSet& dataSet, KSWinEx& window) {
     if (!channels) return kFailed;
 
     transferWindow(kHostRead, dataSet, window, buffer, channels.get());
-    if (transform.gains) applyInPlace(transform, samplesOf(window), bands, buffer);
-    if (ownBuffer) placeRows(buffer, window);
+    for (int y = 0; y < window.nNumYSamples; ++y) {
+        float* pixels = buffer + pixelRow(window, y);
+        if (transform.gains) applyToRow(transform, window.nNumXSamples, bands, pixels);
+        if (ownBuffer) placeRow(pixels, window, y);
+    }
     return kOk;
 }
 
@@ -237,28 +231,23 @@ int checkWriteArrays(const KSDataSet& dataSet, const KSWinEx& window) {
 }
 
 /// Undoes the transform by component: component j is taken through gain and offset j, whatever its band.
-void undoInPlace(const KSRadTrans& combined, std::int64_t samples, int bands, float* values) {
-    const float* gains = combined.pafGains;
-    const float* offsets = combined.pafOffsets;
-    for (std::int64_t i = 0; i < samples; ++i, values += bands) {
-        for (int j = 0; j < bands; ++j)
-            values[j] = (values[j] - offsets[j]) / gains[j];
+void undoInRow(const KSRadTrans& combined, int samples, int bands, float* __restrict values) {
+    const float* __restrict gains = combined.pafGains;
+    const float* __restrict offsets = combined.pafOffsets;
+    for (int x = 0; x < samples; ++x, values += bands) {
+        for (int j = 0; j < bands; ++j) values[j] = (values[j] - offsets[j]) / gains[j];
     }
 }
 
-/// Moves the window's rows into a pixel-interleaved buffer.
-void gatherRows(const KSWinEx& window, float* buffer) {
+/// Moves one of the window's rows into a pixel-interleaved one.
+void gatherRow(const KSWinEx& window, int y, float* pixels) {
     const int bands = window.SampDesc.nNumBands;
-    for (int y = 0; y < window.nNumYSamples; ++y) {
-        float* pixels = buffer + pixelRow(window, y);
-        forEachTile(window.nNumXSamples, bands, [&](int x0, int x1, int b0, int b1) {
-            for (int b = b0; b < b1; ++b) {
-                const float* row = componentRow(window, b, y);
-                for (int x = x0; x < x1; ++x)
-                    pixels[std::ptrdiff_t{x} * bands + b] = row[x];
-            }
-        });
-    }
+    forEachTile(window.nNumXSamples, bands, [&](int x0, int x1, int b0, int b1) {
+        for (int b = b0; b < b1; ++b) {
+            const float* row = componentRow(window, b, y);
+            for (int x = x0; x < x1; ++x) pixels[std::ptrdiff_t{x} * bands + b] = row[x];
+        }
+    });
 }
 
 int writeSamples(const KSDataSet& dataSet, KSWinEx& window) {
@@ -278,8 +267,11 @@ int writeSamples(const KSDataSet& dataSet, KSWinEx& window) {
     const Heap<int[]> channels = channelMap(dataSet, window, kWriteLabel);
     if (!channels) return kFailed;
 
-    if (ownBuffer) gatherRows(window, buffer);
-    if (combined) undoInPlace(*combined, samplesOf(window), bands, buffer);
+    for (int y = 0; y < window.nNumYSamples; ++y) {
+        float* pixels = buffer + pixelRow(window, y);
+        if (ownBuffer) gatherRow(window, y, pixels);
+        if (combined) undoInRow(*combined, window.nNumXSamples, bands, pixels);
+    }
     transferWindow(kHostWrite, dataSet, window, buffer, channels.get());
     return kOk;
 }

@@ -14,9 +14,7 @@ using namespace ks;
 namespace {
 
 /// Samples of a size at an interval; an interval that cannot be divided by leaves none.
-int sampleCount(int size, int interval) {
-    return interval > 0 ? size / interval : 0;
-}
+int sampleCount(int size, int interval) { return interval > 0 ? size / interval : 0; }
 
 void releaseSamples(KSWinEx& window) {
     freeAndClear(window.pafSamples);
@@ -106,13 +104,9 @@ int locateComponents(const KSWinEx& window, int x, int y, Components& sample, co
     return kOk;
 }
 
-bool outside(std::int64_t position, int count) {
-    return position < 0 || position >= count;
-}
+bool outside(std::int64_t position, int count) { return position < 0 || position >= count; }
 
-int clampToInt(std::int64_t value) {
-    return static_cast<int>(std::clamp<std::int64_t>(value, INT_MIN, INT_MAX));
-}
+int clampToInt(std::int64_t value) { return static_cast<int>(std::clamp<std::int64_t>(value, INT_MIN, INT_MAX)); }
 
 /// Where each destination component is found in a source band vector.
 int mapComponents(const KSSampDesc& source, const KSSampDesc& destination, int* componentMap, const char* label) {
@@ -166,8 +160,7 @@ int _KSAllocWinEx(KSWinEx* pWinEx) {
     if (!startLayout(*pWinEx, layout)) return KS_FAIL("%s: unsupported pWinEx->eBandIntlv value.\n", kLabel);
     pWinEx->papafStart = allocateArray<float*>(layout.entries).release();
     if (pWinEx->papafStart == nullptr) return KS_FAIL("%s: pWinEx->papafStart == NULL, HMalloc() failed.\n", kLabel);
-    for (int i = 0; i < layout.entries; ++i)
-        pWinEx->papafStart[i] = pWinEx->pafSamples + i * layout.stride;
+    for (int i = 0; i < layout.entries; ++i) pWinEx->papafStart[i] = pWinEx->pafSamples + i * layout.stride;
     undo.dismiss();
     return kOk;
 }
@@ -203,8 +196,7 @@ int KSExtractVectWinEx(VEC* pBandVect, const KSWinEx* pWinEx, int nXSample, int 
     }
     Components sample{};
     if (locateComponents(*pWinEx, nXSample, nYSample, sample, kLabel) != kOk) return kFailed;
-    for (int b = 0; b < bands; ++b)
-        pBandVect->ve[b] = static_cast<double>(sample.first[b * sample.step]);
+    for (int b = 0; b < bands; ++b) pBandVect->ve[b] = static_cast<double>(sample.first[b * sample.step]);
     return kOk;
 }
 
@@ -227,8 +219,7 @@ int KSInsertVectWinEx(const VEC* pBandVect, KSWinEx* pWinEx, int nXSample, int n
     }
     Components sample{};
     if (locateComponents(*pWinEx, nXSample, nYSample, sample, kLabel) != kOk) return kFailed;
-    for (int b = 0; b < bands; ++b)
-        sample.first[b * sample.step] = static_cast<float>(pBandVect->ve[b]);
+    for (int b = 0; b < bands; ++b) sample.first[b * sample.step] = static_cast<float>(pBandVect->ve[b]);
     return kOk;
 }
 
