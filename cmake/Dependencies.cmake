@@ -1,6 +1,7 @@
 find_package(PkgConfig REQUIRED)
 find_package(GDAL 3.6 REQUIRED CONFIG)
 find_package(SQLite3 REQUIRED)
+pkg_check_modules(HIGHWAY REQUIRED IMPORTED_TARGET libhwy)
 
 # The shared library: the archive is not position-independent.
 find_path(MESCHACH_INCLUDE_DIR meschach/matrix.h REQUIRED)

@@ -58,6 +58,9 @@ KS_API int KSHostGetLayout(HostFile* fp, KSHostLayout* pLayout);
  *  destroys the list. Null when there was nothing to say. */
 KS_API HostStringList KSHostGetRemarks(HostFile* fp);
 
+/** The entries of the processing history, oldest first; the caller destroys the list. Null when there are none. */
+KS_API HostStringList KSHostGetHistory(HostFile* fp);
+
 /** The three 1-based channels that the image itself names for display. Returns how many it names: 3, 1 (grey) or 0. */
 KS_API int KSHostGetDefaultChannels(HostFile* fp, int anChannels[3]);
 

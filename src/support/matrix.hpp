@@ -10,25 +10,27 @@
 
 namespace ks {
 
-/// Runs a body of Meschach calls; an error in it gives onError instead of its result.
+/// Runs a body of Meschach calls for its result, which keeps its value when one of them fails.
 // No object with a destructor may live in this frame or in body's: Meschach's jump skips them.
 template <class R, class Body>
-__attribute__((noinline)) R underMatrixTrap(R onError, Body body) {
+__attribute__((noinline)) void runUnderMatrixTrap(R& result, const Body& body) {
     static_assert(std::is_trivially_destructible_v<Body> && std::is_trivially_destructible_v<R>);
     jmp_buf callers;
     std::memcpy(&callers, &restart, sizeof callers);
     const int flag = set_err_flag(EF_SILENT);
     const int counting = count_errs(FALSE);
-    volatile bool failed = true;
-    R result = onError;
-    if (setjmp(restart) == 0) {
-        result = body();
-        failed = false;
-    }
+    if (setjmp(restart) == 0) result = body();
     count_errs(counting);
     set_err_flag(flag);
     std::memcpy(&restart, &callers, sizeof callers);
-    return failed ? onError : result;
+}
+
+/// The result of a body of Meschach calls, or onError when one of them fails.
+template <class R, class Body>
+R underMatrixTrap(R onError, Body body) {
+    R result = onError;
+    runUnderMatrixTrap(result, body);
+    return result;
 }
 
 struct VectorDeleter {

@@ -1,0 +1,18 @@
+// What main needs of the subcommands: each registers itself and hands over what to run once the command line is read.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+
+namespace kscli {
+
+using Command = std::function<void()>;
+
+void addInfo(CLI::App& app, Command& chosen);
+void addQuicklook(CLI::App& app, Command& chosen);
+void addSpectrum(CLI::App& app, Command& chosen);
+void addConvert(CLI::App& app, Command& chosen);
+void addSynth(CLI::App& app, Command& chosen);
+
+}  // namespace kscli

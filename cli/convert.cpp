@@ -1,0 +1,263 @@
+// ks convert: a copy of an image in another format, of some bands or a part, at a level, that loses nothing of what the
+// source knows. The library writes what its records hold; the rest is completed through the host, from the source's
+// lists.
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+#include "bands.hpp"
+#include "command.hpp"
+#include "copycheck.hpp"
+#include "copyplan.hpp"
+#include "dataset.hpp"
+#include "entries.hpp"
+#include "report.hpp"
+#include "staging.hpp"
+
+namespace kscli {
+namespace {
+
+struct Options {
+    std::string input;
+    std::string output;
+    std::string bands = "all";
+    std::vector<int> window;
+    int every = 1;
+    int level = 0;
+    std::string type = "same";
+    bool check = false;
+    bool json = false;
+    bool force = false;
+};
+
+const std::pair<const char*, int> kTypes[] = {
+    {"uint8", kUInt8}, {"int16", kInt16}, {"uint16", kUInt16}, {"float32", kFloat32}};
+
+const char* typeName(int type) {
+    for (const auto& [name, value] : kTypes) {
+        if (value == type) return name;
+    }
+    return "float32";
+}
+
+int chooseType(const DataSet& source, const CopyPlan& plan, const std::string& asked) {
+    for (const auto& [name, value] : kTypes) {
+        if (asked == name) return value;
+    }
+    return plan.level > 0 ? static_cast<int>(kFloat32) : typeHoldingAll(source, plan.bands);
+}
+
+std::array<int, 4> chooseWindow(const DataSet& source, const std::vector<int>& asked) {
+    if (asked.empty()) return {0, 0, source->nXSize, source->nYSize};
+    const bool inside = asked[0] >= 0 && asked[1] >= 0 && asked[2] >= 1 && asked[3] >= 1 && asked[0] < source->nXSize &&
+                        asked[1] < source->nYSize && asked[2] <= source->nXSize - asked[0] &&
+                        asked[3] <= source->nYSize - asked[1];
+    if (!inside) {
+        fail("the window {},{},{},{} (X,Y,WIDTH,HEIGHT) does not lie inside the image of {} x {} pixels.", asked[0],
+             asked[1], asked[2], asked[3], source->nXSize, source->nYSize);
+    }
+    return {asked[0], asked[1], asked[2], asked[3]};
+}
+
+CopyPlan makePlan(const DataSet& source, const Options& options) {
+    CopyPlan plan;
+    plan.bands = parseBands(source, options.bands);
+    plan.window = chooseWindow(source, options.window);
+    plan.every = options.every;
+    plan.area = makeArea(plan.window[0], plan.window[1], plan.window[2], plan.window[3], options.every);
+    plan.level = source.level(options.level);
+    plan.sampleType = chooseType(source, plan, options.type);
+    return plan;
+}
+
+void warnAboutLosses(const DataSet& source, const CopyPlan& plan) {
+    KSHostLayout layout = {};
+    const bool hasLayout = KSHostGetLayout(source.file(), &layout) != 0 && layout.szSampleType != nullptr;
+    const std::string stored = hasLayout ? layout.szSampleType : "";
+    if (stored == "Float64" || stored == "Int32" || stored == "UInt32" || stored.compare(0, 1, "C") == 0) {
+        warn("samples of type {} are read as 32-bit floats; digits beyond the seventh are lost.", stored);
+    }
+    const auto before = noDataValues(source, plan.bands);
+    const auto after = noDataOfCopy(source, plan);
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        if (!before[i] || after[i]) continue;
+        warn("the no-data value {} does not fit {}; such samples are clamped and the copy has no no-data value.",
+             *before[i], typeName(plan.sampleType));
+        break;
+    }
+}
+
+std::size_t copySamples(const DataSet& source, const CopyPlan& plan, const DataSet& copy) {
+    const SampleReader reader(source, plan.bands, plan.level, SampleReader::NoData::asStored);
+    const SampleFitter fitter(source, plan);
+    std::unique_ptr<Window> target;
+    std::size_t changed = 0;
+    constexpr double kWindows = 2;
+    readBlocks(reader, plan.area, 1 / kWindows, [&](int first, Window& window) {
+        changed += fitter.fit(window.samples(), window.pixelCount());
+        if (!target) target = std::make_unique<Window>(window.columns(), window.rows(), 1, 1, allBands(copy));
+        target->resizeRows(window.rows());
+        target->place(0, first);
+        target->swapSamples(window);
+        target->write(copy);
+        target->swapSamples(window);
+    });
+    return changed;
+}
+
+// Source order first, then whatever the library or the format added.
+void completeList(const Items& wanted, Entries& list) {
+    Entries complete;
+    for (const auto& [key, value] : wanted) complete.set(key, value);
+    for (const auto& [key, value] : list.items()) {
+        if (complete.find(key) == nullptr) complete.set(key, value);
+    }
+    list = std::move(complete);
+}
+
+void copyDescription(HostFile* from, int fromChannel, HostFile* to, int toChannel) {
+    char text[256] = {};
+    GDBChanDescIO(from, 0, fromChannel, text);
+    if (text[0] != '\0') GDBChanDescIO(to, 1, toChannel, text);
+}
+
+std::string historyLine(const CopyPlan& plan, const Options& options) {
+    std::string line = fmt::format("ks convert {}", options.input);
+    if (options.bands != "all") line += " --bands " + options.bands;
+    if (!options.window.empty()) {
+        line += fmt::format(" --window {},{},{},{}", plan.window[0], plan.window[1], plan.window[2], plan.window[3]);
+    }
+    if (plan.every != 1) line += fmt::format(" --every {}", plan.every);
+    if (plan.level != 0) line += fmt::format(" --level {}", plan.level);
+    return line + fmt::format(" --type {}", typeName(plan.sampleType));
+}
+
+// What the library's records do not hold, or hold with fewer digits than the source's texts.
+void completeThroughHost(const DataSet& source, const CopyPlan& plan, const Options& options, const std::string& name) {
+    HostFile* const file = GDBOpen(name.c_str(), "r+");
+    if (file == nullptr) fail("the copy cannot be opened again to complete its metadata (see above).");
+    Entries fileList = Entries::ofFile(file);
+    completeList(fileEntriesOfCopy(source, plan), fileList);
+    fileList.storeInFile(file);
+    const auto noData = noDataOfCopy(source, plan);
+    for (std::size_t i = 0; i < plan.bands.size(); ++i) {
+        const int channel = static_cast<int>(i) + 1;
+        Entries list = Entries::ofChannel(file, channel);
+        completeList(channelEntriesOfCopy(source, plan, plan.bands[i]), list);
+        list.storeInChannel(file, channel);
+        copyDescription(source.file(), source.channel(plan.bands[i]), file, channel);
+        if (noData[i]) KSHostSetNoData(file, channel, *noData[i]);
+    }
+    KSHostCopyGeoreference(source.file(), file, plan.window.data(), plan.every, plan.every);
+    for (const std::string& text : Entries(KSHostGetHistory(source.file())).texts()) {
+        GDBWriteHistory(file, kFileLevel, kNoChannel, text.c_str());
+    }
+    GDBWriteHistory(file, kFileLevel, kNoChannel, historyLine(plan, options).c_str());
+    GDBClose(file);
+}
+
+void refuseSourceFiles(const DataSet& source, const Options& options) {
+    const std::filesystem::path output(options.output);
+    if (sameFile(options.input, output))
+        fail("{} cannot be converted onto itself; choose another name.", options.input);
+    requireImageName(options.output);
+    KSHostLayout layout = {};
+    const bool hasHeader =
+        KSHostGetLayout(source.file(), &layout) != 0 && layout.szHeader != nullptr && *layout.szHeader != '\0';
+    for (const auto& companion : companionsOf(output)) {
+        if (hasHeader && sameFile(layout.szHeader, companion)) {
+            fail("{} would need the header of the source, {}; choose a name that differs in more than its extension.",
+                 options.output, companion.string());
+        }
+    }
+}
+
+void reportCheck(const CopyCheck& check) {
+    for (const std::string& problem : check.problems) printError(problem);
+    if (!check.passed()) fail("the copy differs from its source; it was not kept.");
+    note("checked: {} samples and {} metadata entries agree with the source.", check.samples, check.entries);
+}
+
+void printJson(const CopyPlan& plan, const Options& options, std::size_t changed, const CopyCheck* check) {
+    nlohmann::ordered_json json = {
+        {"file", options.output},     {"width", plan.area.columns},        {"height", plan.area.rows},
+        {"bands", plan.bands.size()}, {"type", typeName(plan.sampleType)}, {"level", plan.level},
+        {"samples_changed", changed}};
+    if (check != nullptr) {
+        json["check"] = {{"passed", check->passed()},
+                         {"samples", check->samples},
+                         {"differing", check->differing},
+                         {"entries", check->entries}};
+    }
+    fmt::print("{}\n", json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+}
+
+void run(const Options& options) {
+    const DataSet source = DataSet::open(options.input);
+    refuseSourceFiles(source, options);
+    const CopyPlan plan = makePlan(source, options);
+    Staging staging(options.output, options.force);
+    for (const auto& companion : companionsOf(options.output)) staging.alsoMakes(companion);
+    warnAboutLosses(source, plan);
+
+    DataSet copy = source.describe(plan.bands);
+    copy->nXSize = plan.area.columns;
+    copy->nYSize = plan.area.rows;
+    copy.dropFirstTransforms(plan.level);
+    copy.create(staging.path(), plan.sampleType);
+    const std::size_t changed = copySamples(source, plan, copy);
+    copy.close();
+    completeThroughHost(source, plan, options, staging.path());
+    // Samples that could not be moved would look like data in the copy.
+    requireComplete("the copy");
+    if (changed > 0)
+        warn("{} samples were rounded, clamped or not numbers; {} cannot hold them.", changed,
+             typeName(plan.sampleType));
+
+    std::unique_ptr<CopyCheck> check;
+    if (options.check) check = std::make_unique<CopyCheck>(checkCopy(source, plan, staging.path()));
+    if (check) reportCheck(*check);
+    requireComplete("the copy");
+    staging.publish();
+    note("{}: {} x {} pixels, {} bands, {}.", options.output, plan.area.columns, plan.area.rows, plan.bands.size(),
+         typeName(plan.sampleType));
+    if (options.json) printJson(plan, options, changed, check.get());
+}
+
+}  // namespace
+
+void addConvert(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command =
+        app.add_subcommand("convert", "Copy an image to GeoTIFF or ENVI, whole or in part, losing nothing");
+    command->add_option("IN", options->input, "The image")->required();
+    command->add_option("OUT", options->output, "The copy: GeoTIFF when it ends in .tif or .tiff, else ENVI")
+        ->required();
+    command->add_option("--bands", options->bands, fmt::format("Bands to copy, in this order: {}", kBandListHelp))
+        ->capture_default_str();
+    command->add_option("--window", options->window, "Rectangle to copy: X,Y,WIDTH,HEIGHT in pixels from 0")
+        ->delimiter(',')
+        ->expected(4);
+    command->add_option("--every", options->every, "Copy every N-th pixel and line")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    command
+        ->add_option("--level", options->level,
+                     "Radiometric level to copy; above 0 the copy holds physical values as float32")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command->add_option("--type", options->type, "Sample type: same, uint8, int16, uint16 or float32")
+        ->check(CLI::IsMember({"same", "uint8", "int16", "uint16", "float32"}))
+        ->capture_default_str();
+    command->add_flag("--check", options->check,
+                      "Read the copy again and compare every sample and entry with the source");
+    command->add_flag("--json", options->json, "Print what was done as JSON");
+    command->add_flag("--force", options->force, "Replace the output if it exists");
+    command->footer("Example:\n  ks convert scene.img part.tif --window 0,0,100,100 --bands good --check");
+    command->callback([options, &chosen] { chosen = [options] { run(*options); }; });
+}
+
+}  // namespace kscli

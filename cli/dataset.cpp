@@ -1,0 +1,217 @@
+#include "dataset.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <new>
+
+#include <unistd.h>
+
+#include "report.hpp"
+
+namespace fs = std::filesystem;
+
+namespace kscli {
+namespace {
+
+bool hasExtension(const fs::path& path, const char* wanted) {
+    std::string extension = path.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension == wanted;
+}
+
+// Names such as NETCDF:"file":variable are the host's to understand.
+bool namesAVariable(const std::string& name) { return name.find(":\"") != std::string::npos; }
+
+void checkReadable(const std::string& name) {
+    if (name.empty()) fail("the image has no name; give the path of a file.");
+    if (namesAVariable(name)) return;
+    std::error_code ec;
+    const fs::path path(name);
+    const fs::file_status status = fs::status(path, ec);
+    if (!fs::exists(status)) fail("{}: no such file. Check the path.", name);
+    if (fs::is_directory(status)) fail("{} is a folder. Give the path of the image file in it.", name);
+    if (hasExtension(path, ".hdr")) fail("{} is a header. Give the path of the image file beside it.", name);
+    if (fs::is_regular_file(status) && fs::file_size(path, ec) == 0) fail("{} is empty (0 bytes).", name);
+    if (access(name.c_str(), R_OK) != 0) fail("{} cannot be read: {}.", name, std::strerror(errno));
+}
+
+void deleteTransforms(KSDataSet* record) {
+    while (record->nNumRadTrans > 0 && KSDelRadTrans(record) == 0) {
+    }
+}
+
+}  // namespace
+
+char* ownedText(const std::string& text) {
+    char* copy = static_cast<char*>(std::malloc(text.size() + 1));
+    if (copy == nullptr) throw std::bad_alloc();
+    std::memcpy(copy, text.c_str(), text.size() + 1);
+    return copy;
+}
+
+DataSet DataSet::open(const std::string& name) {
+    checkReadable(name);
+    KSDataSet* record = KSOpen(name.c_str(), "r");
+    if (record == nullptr) {
+        fail(
+            "{} cannot be opened as an image. Known formats: ENVI (an image with a .hdr beside it), GeoTIFF, netCDF, "
+            "HDF5.",
+            name);
+    }
+    DataSet dataSet(record);
+    if (dataSet.bandCount() < 1) fail("{} holds no bands, so there is nothing to work on.", name);
+    if (record->nXSize < 1 || record->nYSize < 1) fail("{} holds no pixels, so there is nothing to work on.", name);
+    return dataSet;
+}
+
+void DataSet::release() {
+    if (record_ == nullptr) return;
+    record_->eOpenMode = KS_OPEN_READ;  // an unfinished file's metadata is not worth storing
+    // KSFree releases only part of a longer chain, so the chain goes first.
+    deleteTransforms(record_);
+    KSClose(record_);
+    record_ = nullptr;
+}
+
+DataSet DataSet::describe(const std::vector<int>& bands) const {
+    DataSet copy(KSDupl(record_, static_cast<int>(bands.size()), bands.data()));
+    if (copy.record_ == nullptr) throw std::bad_alloc();
+    copy->Mission.fHeading = record_->Mission.fHeading;
+    VQubeCleanUp(&copy->VQubeInfo);
+    copy->VQubeInfo = KSVQubeInfo{};
+    for (int i = 0; i < copy.bandCount(); ++i) {
+        copy->pBandRefs[i].eStorage = KS_STORE_EXPLICIT;
+        copy->pBandRefs[i].nChan = i + 1;
+    }
+    return copy;
+}
+
+void DataSet::create(const std::string& name, int sampleType) {
+    std::free(record_->szFileName);
+    record_->szFileName = nullptr;
+    record_->szFileName = ownedText(name);
+    for (int i = 0; i < bandCount(); ++i) record_->pBandRefs[i].nChanType = sampleType;
+    if (KSCreate(record_) != 0) fail("the image could not be created (see above).");
+}
+
+void DataSet::dropFirstTransforms(int count) {
+    KSRadTrans** chain = record_->papRadTransSeq;
+    for (int i = 0; i < count; ++i) KSFreeRadTrans(chain[i]);
+    std::copy(chain + count, chain + record_->nNumRadTrans, chain);
+    record_->nNumRadTrans -= count;
+    if (record_->nNumRadTrans == 0) {
+        std::free(chain);
+        record_->papRadTransSeq = nullptr;
+    }
+}
+
+void DataSet::close() {
+    if (record_->eOpenMode == KS_OPEN_READWRITE && KSWriteMetadata(record_) != 0) {
+        fail("the metadata could not be stored (see above).");
+    }
+    release();
+}
+
+double DataSet::wavelength(int band) const {
+    const KSBandResp& response = record_->Sensor.pBandResp[band];
+    return response.eRespType == KS_RT_UNKNOWN ? -1.0 : static_cast<double>(response.fCentre);
+}
+
+double DataSet::fwhm(int band) const {
+    const KSBandResp& response = record_->Sensor.pBandResp[band];
+    return response.eRespType == KS_RT_UNKNOWN ? -1.0 : static_cast<double>(response.fFWHM);
+}
+
+bool DataSet::hasWavelengths() const {
+    for (int band = 0; band < bandCount(); ++band) {
+        if (wavelength(band) > 0) return true;
+    }
+    return false;
+}
+
+bool DataSet::isGood(int band) const {
+    const int quality = record_->Sensor.peBandQual[band];
+    return quality == KS_BQ_PLOT || quality == KS_BQ_BMASK;
+}
+
+const char* DataSet::qualityName(int band) const {
+    const int quality = record_->Sensor.peBandQual[band];
+    return aKSBandQual[quality >= KS_BQ_UNKNOWN && quality <= KS_BQ_BMASK ? quality : KS_BQ_UNKNOWN].szName;
+}
+
+std::vector<std::string> DataSet::levelDescriptions() const {
+    char** list = KSRadTransDescList(record_);
+    if (list == nullptr) throw std::bad_alloc();
+    std::vector<std::string> texts;
+    for (char** text = list; *text != nullptr; ++text) {
+        texts.emplace_back(*text);
+        std::free(*text);
+    }
+    std::free(list);
+    return texts;
+}
+
+int DataSet::level(int asked) const {
+    if (asked > record_->nNumRadTrans) {
+        fail("level {} does not exist; this image has levels 0 to {} (see 'ks info').", asked, record_->nNumRadTrans);
+    }
+    return asked < 0 ? record_->nNumRadTrans : asked;
+}
+
+Window::Window(int width, int height, int xInt, int yInt, const std::vector<int>& bands) {
+    KSInitWinEx(&window_);
+    window_.nXSize = width;
+    window_.nYSize = height;
+    window_.SampDesc.nXSampleInt = xInt;
+    window_.SampDesc.nYSampleInt = yInt;
+    window_.SampDesc.nNumBands = static_cast<int>(bands.size());
+    if (KSAllocWinEx(&window_) != 0) throw std::bad_alloc();
+    std::copy(bands.begin(), bands.end(), window_.SampDesc.panBandMap);
+}
+
+void Window::resizeRows(int rows) {
+    if (rows == window_.nNumYSamples) return;
+    const KSSampDesc& samples = window_.SampDesc;
+    if (KSResizeWinEx(&window_, window_.nXSize, rows * samples.nYSampleInt, samples.nXSampleInt, samples.nYSampleInt) !=
+        0) {
+        throw std::bad_alloc();
+    }
+}
+
+void Window::read(const DataSet& dataSet, int level) {
+    window_.nRadTransLev = level;
+    if (KSReadWinEx(dataSet.get(), &window_) != 0) fail("the image could not be read (see above).");
+}
+
+void Window::write(const DataSet& dataSet) {
+    // Always stored values: above level 0 a write would take component j through the gain of band j.
+    window_.nRadTransLev = 0;
+    if (KSWriteWinEx(dataSet.get(), &window_) != 0) fail("the image could not be written (see above).");
+}
+
+void Window::swapSamples(Window& other) {
+    std::swap(window_.pafSamples, other.window_.pafSamples);
+    std::swap(window_.papafStart, other.window_.papafStart);
+}
+
+Calibration calibration(const DataSet& dataSet, const std::vector<int>& bands, int level) {
+    Calibration result{std::vector<float>(bands.size(), 1.0F), std::vector<float>(bands.size(), 0.0F)};
+    if (level == 0) return result;
+    KSRadTrans* combined = KSCreateRadTrans(dataSet.bandCount());
+    if (combined == nullptr) throw std::bad_alloc();
+    const int failed = KSCombRadTrans(dataSet->papRadTransSeq, level, dataSet.bandCount(), combined);
+    for (std::size_t i = 0; i < bands.size() && failed == 0; ++i) {
+        result.gains[i] = combined->pafGains[bands[i]];
+        result.offsets[i] = combined->pafOffsets[bands[i]];
+    }
+    KSFreeRadTrans(combined);
+    if (failed != 0) fail("the radiometric transforms up to level {} cannot be combined.", level);
+    return result;
+}
+
+}  // namespace kscli

@@ -1,0 +1,98 @@
+#include "report.hpp"
+
+#include <csignal>
+#include <cstdio>
+#include <map>
+#include <set>
+
+#include <kshost_app.h>
+
+namespace kscli {
+namespace {
+
+bool quiet = false;
+volatile std::sig_atomic_t stopSignal = 0;
+
+void onSignal(int signal) { stopSignal = signal; }
+
+void print(const char* kind, const std::string& text) { fmt::print(stderr, "ks: {}{}\n", kind, text); }
+
+std::string withoutLineEnd(const char* text) {
+    std::string line = text != nullptr ? text : "";
+    while (!line.empty() && (line.back() == '\n' || line.back() == ' ')) line.pop_back();
+    return line;
+}
+
+// A cube is opened more than once by some commands, and a damaged file fails alike in every block: reports that differ
+// in nothing but numbers are shown a few times only.
+enum class Repetition { fresh, firstTooMany, tooMany };
+
+Repetition countRepetition(const std::string& text) {
+    constexpr int kShown = 3;
+    static std::set<std::string> said;
+    static std::map<std::string, int> kinds;
+    if (!said.insert(text).second) return Repetition::tooMany;
+    std::string kind;
+    for (char c : text) {
+        const bool digit = c >= '0' && c <= '9';
+        if (!digit) {
+            kind += c;
+        } else if (kind.empty() || kind.back() != '0') {
+            kind += '0';
+        }
+    }
+    const int count = ++kinds[kind];
+    if (count <= kShown) return Repetition::fresh;
+    return count == kShown + 1 ? Repetition::firstTooMany : Repetition::tooMany;
+}
+
+// The host reports what it had to guess with this number and severity 0.
+constexpr int kHostReport = 62;
+
+void onReport(void*, int code, int severity, const char* text) noexcept {
+    try {
+        const std::string line = withoutLineEnd(text);
+        const Repetition repetition = countRepetition(line);
+        if (repetition == Repetition::tooMany) return;
+        if (code == kHostReport && severity == 0) {
+            printNote(line);
+        } else if (repetition == Repetition::firstTooMany) {
+            printError("... and more of the same.");
+        } else {
+            printError(line);
+        }
+    } catch (...) {
+        // Nothing may be thrown into the host; a report that cannot be formatted is lost.
+    }
+}
+
+void noProgress(void*, double) {}
+
+}  // namespace
+
+void installHandlers(bool beQuiet) {
+    quiet = beQuiet;
+    KSHostSetErrorHandler(onReport, nullptr);
+    if (quiet) KSHostSetProgressHandler(noProgress, nullptr);
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);  // a second Ctrl-C ends at once
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+void throwIfInterrupted() {
+    if (stopSignal != 0) throw Failure("stopped; nothing was left behind.");
+}
+
+void requireComplete(const std::string& what) {
+    if (KSHostErrorCount() > 0) throw Incomplete(what + " is incomplete (see above) and was not kept.");
+}
+
+void printNote(const std::string& text) {
+    if (!quiet) print("", text);
+}
+void printWarning(const std::string& text) { print("warning: ", text); }
+void printError(const std::string& text) { print("error: ", text); }
+
+}  // namespace kscli

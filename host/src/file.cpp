@@ -1,0 +1,248 @@
+// Handles: opening, creating, sharing and closing files. Live handles are kept in one set, so that a dead one is
+// recognised without being looked into.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <set>
+#include <utility>
+
+#include "hostfile.hpp"
+#include "kshost_app.h"
+#include "report.hpp"
+
+namespace kshost {
+namespace {
+
+struct Registry {
+    std::mutex lock;
+    std::set<const HostFile*> files;
+};
+
+Registry& registry() {
+    static Registry all;
+    return all;
+}
+
+bool isLive(const HostFile* fp) {
+    const std::lock_guard<std::mutex> guard(registry().lock);
+    return registry().files.count(fp) != 0;
+}
+
+HostFile* enrolled(std::unique_ptr<HostFile> file) {
+    const std::lock_guard<std::mutex> guard(registry().lock);
+    registry().files.insert(file.get());
+    return file.release();
+}
+
+// Samples that another handle has written but not yet handed to the system.
+void flushOthers(const std::string& name) {
+    const std::string path = fileOfName(name);
+    const std::lock_guard<std::mutex> guard(registry().lock);
+    for (const HostFile* other : registry().files)
+        if (other->writable && other->raster != nullptr && fileOfName(other->name) == path) other->raster->flush();
+}
+
+std::nullptr_t refused(const char* caller, const std::string& name, const std::string& why) {
+    reportFailure(std::string(caller) + ": " + name + ": " + why);
+    return nullptr;
+}
+
+/// Rewrites the header of an image that the host created, and tells the store.
+bool describe(HostFile& file) {
+    Store& store = *file.store;
+    const std::string why = file.raster->describe(store.list(1, -1), store.describedChannels(), store.georeference());
+    if (!why.empty()) {
+        reportFailure(file.name + ": the header cannot be rewritten: " + why);
+        return false;
+    }
+    store.headerRewritten(file.raster->facts().headerText);
+    return true;
+}
+
+HostFile* open(const char* szFileName, const char* szAccess) {
+    constexpr const char* kCaller = "GDBOpen ()";
+    if (szFileName == nullptr || szAccess == nullptr) return refused(kCaller, "-", "no file name or no access given");
+    const bool writable = std::strcmp(szAccess, "r+") == 0;
+    if (!writable && std::strcmp(szAccess, "r") != 0)
+        return refused(kCaller, szFileName, std::string("unknown access \"") + szAccess + "\"");
+    flushOthers(szFileName);
+    auto file = std::make_unique<HostFile>();
+    file->name = szFileName;
+    file->sidecar = sidecarPath(file->name);
+    file->writable = writable;
+    std::string why;
+    file->raster = openRaster(file->name, writable, why);
+    if (file->raster == nullptr) return refused(kCaller, szFileName, why);
+    const RasterFacts& facts = file->raster->facts();
+    file->store = openStore(file->name, facts, writable, why);
+    if (file->store == nullptr) return refused(kCaller, szFileName, why);
+    // The process that stored the last commit ended before it could rewrite the header.
+    if (writable && file->store->created() && file->store->headerStale()) describe(*file);
+    return enrolled(std::move(file));
+}
+
+/// The channel type that the four counts ask for; 0 when they ask for none or for several.
+int typeOfCounts(const int* counts) {
+    int type = 0;
+    for (int i = 0; i < 4; ++i) {
+        if (counts[i] < 0 || (counts[i] > 0 && type != 0)) return 0;
+        if (counts[i] > 0) type = i + 1;
+    }
+    return type;
+}
+
+// Takes a new image away again.
+void discard(std::unique_ptr<HostFile> file) {
+    const std::string header = file->raster->facts().headerPath;
+    const std::string path = fileOfName(file->name);
+    file.reset();
+    ::unlink(path.c_str());
+    if (!header.empty()) ::unlink(header.c_str());
+}
+
+HostFile* create(const char* szFileName, int nXSize, int nYSize, const int* panChannels, const char* szInterleave) {
+    constexpr const char* kCaller = "IDBCreate ()";
+    if (szFileName == nullptr || panChannels == nullptr || szInterleave == nullptr)
+        return refused(kCaller, szFileName != nullptr ? szFileName : "-", "an argument is missing");
+    if (std::strcmp(szInterleave, "PIXEL") != 0)
+        return refused(kCaller, szFileName, std::string("the interleave \"") + szInterleave + "\" is not \"PIXEL\"");
+    const int type = typeOfCounts(panChannels);
+    if (type == 0) return refused(kCaller, szFileName, "an image has channels of exactly one type");
+    auto file = std::make_unique<HostFile>();
+    file->name = szFileName;
+    file->sidecar = sidecarPath(file->name);
+    file->writable = true;
+    std::string why;
+    file->raster = createRaster(file->name, nXSize, nYSize, panChannels[type - 1], type, why);
+    if (file->raster == nullptr) return refused(kCaller, szFileName, why);
+    file->store = openStore(file->name, file->raster->facts(), true, why);
+    if (file->store == nullptr) {
+        discard(std::move(file));
+        return refused(kCaller, szFileName, why);
+    }
+    file->store->markCreated();
+    return enrolled(std::move(file));
+}
+
+bool flush(HostFile& file) {
+    const bool stored = commitFile(file);
+    const std::string why = file.raster != nullptr && file.writable ? file.raster->flush() : std::string();
+    if (!why.empty()) reportFailure(file.name + ": " + why);
+    return stored && why.empty();
+}
+
+bool close(HostFile* fp) {
+    HostFile* file = live(fp, "GDBClose ()");
+    if (file == nullptr) return false;
+    // Even when storing fails or throws, the reference is given back.
+    const bool stored = guarded("GDBClose ()", false, [file] { return flush(*file); });
+    if (--file->references > 0) return stored;
+    const std::unique_ptr<HostFile> owner(file);
+    const std::lock_guard<std::mutex> guard(registry().lock);
+    registry().files.erase(file);
+    return stored;
+}
+
+}  // namespace
+
+HostFile* live(HostFile* fp, const char* caller) {
+    if (fp != nullptr && isLive(fp)) return fp;
+    reportFailure(std::string(caller) + (fp == nullptr ? ": no file given" : ": the file is not open"));
+    return nullptr;
+}
+
+bool commitFile(HostFile& file) {
+    if (file.store == nullptr || !file.writable) return true;
+    Store& store = *file.store;
+    const bool dirty = store.dirty();
+    if (dirty) {
+        const std::string why = store.commit();
+        if (!why.empty()) {
+            reportFailure(file.name + ": the metadata cannot be stored: " + why);
+            return false;
+        }
+    }
+    if (file.raster == nullptr || !store.created() || (!dirty && !store.headerStale())) return true;
+    return describe(file);
+}
+
+}  // namespace kshost
+
+using kshost::abandonIfTrapped;
+using kshost::guarded;
+
+void ImageRegister(void) {
+    guarded("ImageRegister ()", 0, [] { return kshost::registerFormats(), 0; });
+}
+
+int DKCheck(const char* szFileName) {
+    return guarded("DKCheck ()", 0, [=] {
+        if (szFileName == nullptr) return 0;
+        struct stat status {};
+        return ::stat(kshost::fileOfName(szFileName).c_str(), &status) == 0 ? 1 : 0;
+    });
+}
+
+HostFile* GDBOpen(const char* szFileName, const char* szAccess) {
+    HostFile* fp = guarded<HostFile*>("GDBOpen ()", nullptr, [=] { return kshost::open(szFileName, szAccess); });
+    if (fp == nullptr) abandonIfTrapped();
+    return fp;
+}
+
+void GDBClose(HostFile* fp) {
+    if (fp == nullptr) return;
+    if (!guarded("GDBClose ()", false, [=] { return kshost::close(fp); })) abandonIfTrapped();
+}
+
+HostFile* IDBCreate(const char* szFileName, int nXSize, int nYSize, const int anChannels[4], const char* szInterleave) {
+    HostFile* fp = guarded<HostFile*>(
+        "IDBCreate ()", nullptr, [=] { return kshost::create(szFileName, nXSize, nYSize, anChannels, szInterleave); });
+    if (fp == nullptr) abandonIfTrapped();
+    return fp;
+}
+
+HostFile* GDBCreate(int /*nFileType*/, const char* szFileName, int, int, int, int, const char*) {
+    guarded("GDBCreate ()", 0, [=] {
+        kshost::refused("GDBCreate ()", szFileName != nullptr ? szFileName : "-",
+                        "this host does not make files for vector layers yet");
+        return 0;
+    });
+    abandonIfTrapped();
+    return nullptr;
+}
+
+const char* fp2filename(HostFile* fp) {
+    const char* name = guarded<const char*>("fp2filename ()", nullptr, [=]() -> const char* {
+        const HostFile* file = kshost::live(fp, "fp2filename ()");
+        return file != nullptr ? file->name.c_str() : nullptr;
+    });
+    if (name == nullptr) abandonIfTrapped();
+    return name;
+}
+
+int fp2type(HostFile* fp) {
+    constexpr int kHoldsSegments = 3;
+    return fpValidate(fp) != 0 ? kHoldsSegments : 0;
+}
+
+int fpValidate(HostFile* fp) {
+    return guarded("fpValidate ()", 0, [=] { return fp != nullptr && kshost::isLive(fp) ? 1 : 0; });
+}
+
+HostFile* fpReference(HostFile* fp) {
+    if (fpValidate(fp) == 0) return nullptr;
+    ++fp->references;
+    return fp;
+}
+
+int KSHostFlush(HostFile* fp) {
+    const int stored = guarded("KSHostFlush ()", 0, [=] {
+        HostFile* file = kshost::live(fp, "KSHostFlush ()");
+        return file != nullptr && kshost::flush(*file) ? 1 : 0;
+    });
+    if (stored == 0) abandonIfTrapped();
+    return stored;
+}

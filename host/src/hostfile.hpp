@@ -1,0 +1,27 @@
+// What a handle is: a name, a raster of its own and a store that it shares with other handles on the same file.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "raster.hpp"
+#include "store.hpp"
+
+struct HostFile {
+    std::string name;
+    std::string sidecar;  // where its sidecar is or would be
+    bool writable = false;
+    bool rasterBroken = false;  // a transfer failed: writes to the raster are refused from then on
+    int references = 1;
+    std::unique_ptr<kshost::Raster> raster;  // null for a file without an image
+    std::shared_ptr<kshost::Store> store;
+};
+
+namespace kshost {
+
+/// The file behind a live handle, or null after a report naming the caller.
+HostFile* live(HostFile* fp, const char* caller);
+/// Stores what was gathered for the file and rewrites the header of an image that the host created. Reports on failure.
+bool commitFile(HostFile& file);
+
+}  // namespace kshost

@@ -1,0 +1,273 @@
+// Which maker a name belongs to. A file's first bytes decide before anything is opened, so that a header that happens
+// to lie beside a GeoTIFF does not make it a raw cube, and so that every refusal has a reason of its own.
+#include "raster.hpp"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+
+#include "rasterformats.hpp"
+
+extern "C" {
+// GDAL exports the registration of its vector drivers without a public declaration.
+void RegisterOGRCSV();
+void RegisterOGRGeoJSON();
+void RegisterOGRShape();
+}
+
+namespace kshost {
+namespace {
+
+struct ImageName {
+    std::string path;
+    std::string variable;   // of a multi-dimensional file; empty: the largest
+    bool netcdf = false;    // the name says netCDF
+    bool multidim = false;  // the name says netCDF or HDF5
+};
+
+bool startsWithWord(const std::string& text, const char* word) {
+    const std::size_t length = std::strlen(word);
+    if (text.size() < length) return false;
+    for (std::size_t i = 0; i < length; ++i)
+        if (std::toupper(static_cast<unsigned char>(text[i])) != word[i]) return false;
+    return true;
+}
+
+// PATH, NETCDF:"PATH":variable, HDF5:"PATH"://variable; the quotes may be missing.
+ImageName parseName(const std::string& name) {
+    ImageName parsed;
+    parsed.path = name;
+    parsed.netcdf = startsWithWord(name, "NETCDF:");
+    parsed.multidim = parsed.netcdf || startsWithWord(name, "HDF5:");
+    if (!parsed.multidim || pathExists(name)) return parsed.multidim = parsed.netcdf = false, parsed;
+    const std::string rest = name.substr(name.find(':') + 1);
+    if (!rest.empty() && rest.front() == '"') {
+        const std::size_t close = rest.find('"', 1);
+        parsed.path = rest.substr(1, close == std::string::npos ? close : close - 1);
+        if (close != std::string::npos && close + 1 < rest.size() && rest[close + 1] == ':')
+            parsed.variable = rest.substr(close + 2);
+        return parsed;
+    }
+    const std::size_t colon = rest.rfind(':');
+    parsed.path = rest.substr(0, colon);
+    if (colon != std::string::npos) parsed.variable = rest.substr(colon + 1);
+    return parsed;
+}
+
+// The HDF5 library that GDAL brings along prints a stack of errors of its own for every file that it cannot read.
+void silenceHdf5() {
+    using SetAutomatic = int (*)(std::int64_t stack, void* print, void* data);
+    void* found = ::dlsym(RTLD_DEFAULT, "H5Eset_auto2");
+    SetAutomatic setAutomatic = nullptr;
+    std::memcpy(&setAutomatic, &found, sizeof found);
+    if (setAutomatic != nullptr) setAutomatic(0, nullptr, nullptr);
+}
+
+enum class Signature { None, Tiff, Png, Hdf5, NetcdfClassic };
+
+Signature signatureOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::array<char, 8> start{};
+    const auto startsWith = [&start](const char* bytes, std::size_t count) {
+        return std::memcmp(start.data(), bytes, count) == 0;
+    };
+    file.read(start.data(), start.size());
+    if (startsWith("II*\0", 4) || startsWith("MM\0*", 4) || startsWith("II+\0", 4) || startsWith("MM\0+", 4))
+        return Signature::Tiff;
+    if (startsWith("\x89PNG\r\n\x1a\n", 8)) return Signature::Png;
+    if (startsWith("CDF\x01", 4) || startsWith("CDF\x02", 4) || startsWith("CDF\x05", 4))
+        return Signature::NetcdfClassic;
+    // HDF5 may come after a block of the user's own, whose size is a power of two.
+    for (const std::streamoff at : {0, 512, 1024, 2048}) {
+        file.clear();
+        file.seekg(at);
+        start.fill(0);
+        file.read(start.data(), start.size());
+        if (startsWith("\x89HDF\r\n\x1a\n", 8)) return Signature::Hdf5;
+    }
+    return Signature::None;
+}
+
+bool hasExtension(const std::string& path, std::initializer_list<const char*> extensions) {
+    const std::size_t dot = path.find_last_of("./");
+    if (dot == std::string::npos || path[dot] != '.') return false;
+    std::string extension = path.substr(dot + 1);
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return std::any_of(extensions.begin(), extensions.end(), [&](const char* e) { return extension == e; });
+}
+
+// What keeps a path from being read at all, else an empty text.
+std::string whyUnreadable(const std::string& path) {
+    struct stat status {};
+    if (path.empty()) return "the name is empty";
+    if (::stat(path.c_str(), &status) != 0) return std::strerror(errno);
+    if (S_ISDIR(status.st_mode)) return "this is a folder";
+    if (!S_ISREG(status.st_mode)) return "this is not a regular file";
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) return std::strerror(errno);
+    ::close(descriptor);
+    if (status.st_size == 0) return "the file is empty";
+    return {};
+}
+
+std::unique_ptr<Raster> openByContent(const ImageName& image, bool writable, std::string& why) {
+    const Signature signature = signatureOf(image.path);
+    if (image.multidim) return openMultidim(image.path, image.variable, image.netcdf, why);
+    switch (signature) {
+        case Signature::Hdf5:
+            return openMultidim(image.path, {}, hasExtension(image.path, {"nc", "nc4", "cdf"}), why);
+        case Signature::NetcdfClassic:
+            return openMultidim(image.path, {}, true, why);
+        case Signature::Tiff:
+        case Signature::Png:
+            return openGdal(image.path, writable, nullptr, why);
+        case Signature::None:
+            break;
+    }
+    const std::string header = findEnviHeader(image.path);
+    if (!header.empty()) return openEnvi(image.path, header, writable, why);
+    if (hasExtension(image.path, {"hdr"})) {
+        why = "this is a header: open the image that it belongs to";
+        return nullptr;
+    }
+    if (auto raster = openGdal(image.path, writable, nullptr, why)) return raster;
+    if (why.empty()) why = "no image format known here (ENVI with a .hdr beside it, GeoTIFF, netCDF, HDF5, PNG, VRT)";
+    return nullptr;
+}
+
+}  // namespace
+
+std::string Raster::describe(const StringList&, const std::vector<StringList>&, const Georeference&) { return {}; }
+
+void registerFormats() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        GDALRegister_GTiff();
+        GDALRegister_ENVI();
+        GDALRegister_MEM();
+        GDALRegister_VRT();
+        GDALRegister_netCDF();
+        GDALRegister_HDF5();
+        GDALRegister_HDF5Image();
+        GDALRegister_PNG();
+        RegisterOGRCSV();
+        RegisterOGRGeoJSON();
+        RegisterOGRShape();
+        silenceHdf5();
+    });
+}
+
+std::unique_ptr<Raster> openRaster(const std::string& name, bool writable, std::string& why) {
+    registerFormats();
+    why.clear();
+    const ImageName image = parseName(name);
+    why = whyUnreadable(image.path);
+    if (!why.empty()) return nullptr;
+    const GdalMessages messages;
+    auto raster = openByContent(image, writable, why);
+    if (raster == nullptr && why.empty()) why = messages.text("the image cannot be opened");
+    return raster;
+}
+
+std::unique_ptr<Raster> createRaster(const std::string& name, int width, int height, int channels, int type,
+                                     std::string& why) {
+    registerFormats();
+    why.clear();
+    if (width < 1 || height < 1 || channels < 1) {
+        why = "an image has at least one pixel, one line and one channel";
+        return nullptr;
+    }
+    for (const std::string& path : {name, sidecarPath(name), name + ".aux.xml"})
+        if (pathExists(path)) {
+            why = path + " exists";
+            return nullptr;
+        }
+    const GdalMessages messages;
+    return hasExtension(name, {"tif", "tiff"}) ? createGeoTiff(name, width, height, channels, type, why)
+                                               : createEnvi(name, width, height, channels, type, why);
+}
+
+std::string fileOfName(const std::string& name) { return parseName(name).path; }
+
+std::string sidecarPath(const std::string& name) {
+    const ImageName image = parseName(name);
+    if (image.variable.empty()) return image.path + ".ks";
+    // Each variable of a file is an image of its own, with a sidecar of its own.
+    std::string variable =
+        image.variable.substr(std::min(image.variable.find_first_not_of('/'), image.variable.size()));
+    std::replace(variable.begin(), variable.end(), '/', '.');
+    return image.path + "." + variable + ".ks";
+}
+
+bool pathExists(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0;
+}
+
+std::string withExtension(const std::string& path, const std::string& extension) {
+    const std::size_t dot = path.find_last_of("./");
+    const bool has = dot != std::string::npos && path[dot] == '.' && dot > 0 && path[dot - 1] != '/';
+    return (has ? path.substr(0, dot) : path) + extension;
+}
+
+bool readWholeFile(const std::string& path, std::string& bytes, std::string& why) {
+    constexpr std::streamoff kLongest = std::streamoff{256} << 20;
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    const std::streamoff length = file ? static_cast<std::streamoff>(file.tellg()) : -1;
+    if (length < 0) return why = path + ": " + std::strerror(errno), false;
+    if (length > kLongest) return why = path + ": too long for a header", false;
+    bytes.resize(static_cast<std::size_t>(length));
+    file.seekg(0);
+    file.read(bytes.data(), length);
+    if (file.gcount() != length) return why = path + ": cannot be read", false;
+    return true;
+}
+
+std::string replaceFile(const std::string& path, const std::string& bytes) {
+    const std::string temporary = path + ".new" + std::to_string(::getpid());
+    const auto failed = [&](const char* what) {
+        std::string why = path + ": cannot " + what + ": " + std::strerror(errno);
+        ::unlink(temporary.c_str());
+        return why;
+    };
+    struct stat status {};
+    const mode_t mode = ::stat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0666;
+    const int descriptor = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    if (descriptor < 0) return failed("be written");
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t put = ::write(descriptor, bytes.data() + done, bytes.size() - done);
+        if (put < 0 && errno == EINTR) continue;
+        if (put < 0) {
+            std::string why = failed("be written");
+            ::close(descriptor);
+            return why;
+        }
+        done += static_cast<std::size_t>(put);
+    }
+    const bool synced = ::fsync(descriptor) == 0;
+    const bool closed = ::close(descriptor) == 0;
+    if (!synced || !closed) return failed("be brought to the disk");
+    if (::rename(temporary.c_str(), path.c_str()) != 0) return failed("be replaced");
+    // The rename itself is on the disk once the folder is.
+    const std::size_t slash = path.find_last_of('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const int directory = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory >= 0) {
+        ::fsync(directory);
+        ::close(directory);
+    }
+    return {};
+}
+
+}  // namespace kshost

@@ -1,0 +1,58 @@
+// The file beside an image that holds what the image's own format cannot: one SQLite database, read whole and written
+// in one transaction. No connection outlives a call, so nothing is locked in between.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "facts.hpp"
+#include "stringlist.hpp"
+
+namespace kshost {
+
+/// Level and number of a metadata list.
+using ListId = std::pair<int, int>;
+
+/// The image that a sidecar was written for.
+struct SidecarImage {
+    int width = 0;
+    int height = 0;
+    int channels = 0;
+    bool created = false;          // by this host, which then also writes its header
+    std::string headerHash;        // of the header that goes with the content; empty when it was not known in advance
+    std::string formerHeaderHash;  // of the header that stood at the time of the commit
+};
+
+struct SidecarContent {
+    SidecarImage image;
+    std::int64_t changes = 0;            // counts the commits
+    std::map<ListId, StringList> lists;  // a list stored without entries is here too
+    std::map<int, std::string> descriptions;
+    std::optional<Georeference> georeference;
+    std::vector<std::string> history;
+};
+
+/// What one commit stores. Levels that are not named keep what the sidecar holds for them.
+struct SidecarChanges {
+    SidecarImage image;
+    std::map<ListId, StringList> lists;
+    std::map<int, std::string> descriptions;
+    std::optional<Georeference> georeference;
+    std::vector<std::string> history;  // to be added
+};
+
+/// What a sidecar holds; nothing when there is none. A file that cannot be used leaves a reason in `why`. A sidecar
+/// that was interrupted in its first commit counts as none. Takes no write lock and makes no file, except that an
+/// interrupted later commit is undone first, as anyone must who wants to read.
+std::optional<SidecarContent> readSidecar(const std::string& path, std::string& why);
+
+/// Stores changes in one transaction, making the sidecar when there is none. `content` is what this process knows of
+/// the sidecar, and afterwards what it holds, commits of other processes included. A sidecar that has vanished is made
+/// anew from all that is known. Returns an empty text, or the reason with sidecar and `content` as they were.
+std::string commitSidecar(const std::string& path, const SidecarChanges& changes, SidecarContent& content);
+
+}  // namespace kshost

@@ -1,0 +1,342 @@
+// The store of an image: what its sidecar holds, what was gathered since, and what is derived from the raster where
+// neither says anything. All handles on one file in this process share one store, found by the sidecar's place and the
+// image.
+#include "store.hpp"
+
+#include <sys/stat.h>
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <set>
+
+#include "enviheader.hpp"
+#include "import.hpp"
+#include "raster.hpp"
+#include "report.hpp"
+#include "sidecar.hpp"
+#include "text.hpp"
+
+namespace kshost {
+namespace {
+
+constexpr std::string_view kBandName = "ENVI:band names";
+
+/// FNV-1a: tells two headers apart, and defends against nothing.
+std::string hashOf(std::string_view text) {
+    std::uint64_t hash = 0xcbf29ce484222325U;
+    for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%016llx-%zu", static_cast<unsigned long long>(hash), text.size());
+    return buffer;
+}
+
+/// Decimals in which the library writes a key's number; negative for keys that it does not round.
+int roundedDecimals(std::string_view key) {
+    if (startsWith(key, "RadiometricTrans_Gain_") || startsWith(key, "RadiometricTrans_Offset_")) return 6;
+    if (key == "ResponseProfile_Centre" || key == "ResponseProfile_FWHM") return 3;
+    return -1;
+}
+
+/// True when a text is what the library makes of a longer one: rounded, perhaps after a stay in single precision.
+bool isRoundingOf(const std::string& text, const std::string& longer, int decimals) {
+    const std::optional<double> value = wholeNumber(longer);
+    if (!value) return false;
+    return text == fixedText(*value, decimals) ||
+           text == fixedText(static_cast<double>(static_cast<float>(*value)), decimals);
+}
+
+StringList keepingLongerTexts(StringList list, const StringList& before) {
+    std::vector<std::string> entries = list.entries();
+    for (std::string& entry : entries) {
+        const std::string key = entry.substr(0, entry.find('='));
+        const int decimals = roundedDecimals(key);
+        const char* old = decimals < 0 ? nullptr : before.find(key);
+        if (old != nullptr && entry.size() > key.size() && isRoundingOf(entry.substr(key.size() + 1), old, decimals)) {
+            entry = key + "=" + old;
+        }
+    }
+    return StringList(std::move(entries));
+}
+
+/// Equal values, NaN being equal to itself: a no-data value may be one.
+bool samePlace(const Georeference& a, const Georeference& b) {
+    if (a.transform != b.transform || a.wkt != b.wkt || a.noData.size() != b.noData.size()) return false;
+    for (auto i = a.noData.begin(), j = b.noData.begin(); i != a.noData.end(); ++i, ++j) {
+        const bool bothNan = std::isnan(i->second) && std::isnan(j->second);
+        if (i->first != j->first || !(i->second == j->second || bothNan)) return false;
+    }
+    return true;
+}
+
+class SidecarStore : public Store {
+public:
+    SidecarStore(std::string imageName, std::string path) : imageName_(std::move(imageName)), path_(std::move(path)) {}
+
+    /// Takes in the raster's facts and the sidecar as they are now. What was gathered stays.
+    bool load(const RasterFacts& facts, std::string& why);
+    /// A reason why the file must not be written, or an empty text.
+    const std::string& writeObstacle() const { return writeObstacle_; }
+
+    const StringList& list(int level, int number) override;
+    void replaceList(int level, int number, StringList list) override;
+    const Georeference& georeference() override;
+    void setGeoreference(const Georeference& georeference) override;
+    std::string channelDescription(int channel) override;
+    void setChannelDescription(int channel, const std::string& text) override;
+    void addHistory(const std::string& text) override { gathered_.history.push_back(text); }
+    std::vector<std::string> history() override;
+    void markCreated() override;
+    bool created() override { return markedCreated_ || content_.image.created; }
+    bool dirty() const override;
+    std::string commit() override;
+    void headerRewritten(const std::string& headerText) override;
+    bool headerStale() const override { return headerStale_; }
+    std::vector<StringList> describedChannels() override;
+    bool hasSidecar() const override { return hasSidecar_; }
+    const std::vector<std::string>& remarks() const override { return remarks_; }
+    const char* lend(std::string_view text) override { return lent_.emplace(text).first->c_str(); }
+
+    void reportRemarks() const {
+        for (const std::string& remark : remarks_) reportNotice(imageName_ + ": " + remark + ".");
+    }
+
+private:
+    bool fits(const SidecarImage& image) const {
+        return image.width == facts_.width && image.height == facts_.height && image.channels == facts_.channels;
+    }
+    void judgeHeader();
+    const std::string* setDescription(int channel) const;
+    SidecarImage imageToStore();
+    std::string storeNow(const SidecarChanges& changes);
+
+    std::string imageName_;
+    std::string path_;
+    RasterFacts facts_;
+    ImportedMetadata derived_;
+    std::vector<std::string> remarks_;
+    SidecarContent content_;   // as in the sidecar, or empty
+    SidecarChanges gathered_;  // since the last commit
+    bool hasSidecar_ = false;
+    bool markedCreated_ = false;
+    bool headerStale_ = false;
+    std::string noticedHeader_;  // the hash of a changed header that was reported
+    std::string writeObstacle_;
+    std::set<std::string, std::less<>> lent_;
+};
+
+bool SidecarStore::load(const RasterFacts& facts, std::string& why) {
+    std::optional<SidecarContent> content = readSidecar(path_, why);
+    if (!why.empty()) return false;
+    facts_ = facts;
+    hasSidecar_ = content.has_value();
+    const bool obstructedBefore = !writeObstacle_.empty();
+    writeObstacle_.clear();
+    content_ = content ? std::move(*content) : SidecarContent();
+    if (hasSidecar_ && !fits(content_.image)) {
+        const auto size = [](int width, int height, int channels) {
+            return std::to_string(width) + " x " + std::to_string(height) + " x " + std::to_string(channels);
+        };
+        writeObstacle_ = path_ + " belongs to another image (" +
+                         size(content_.image.width, content_.image.height, content_.image.channels) + ", not " +
+                         size(facts.width, facts.height, facts.channels) + "); move it away to write to this one";
+        if (!obstructedBefore) {
+            reportNotice(imageName_ + ": " + path_ +
+                         " belongs to an image of another size or number of channels and is not used.");
+        }
+        content_ = SidecarContent();
+        hasSidecar_ = false;
+    }
+    judgeHeader();
+    // An image of this host says nothing that was not stored: its header only repeats the lists.
+    derived_ = created() ? ImportedMetadata() : importMetadata(facts_);
+    remarks_ = facts_.remarks;
+    remarks_.insert(remarks_.end(), derived_.remarks.begin(), derived_.remarks.end());
+    return true;
+}
+
+void SidecarStore::markCreated() {
+    if (created()) return;
+    markedCreated_ = true;
+    derived_ = ImportedMetadata();
+}
+
+/// Finds out whether the raster's header is the one that the sidecar goes with.
+void SidecarStore::judgeHeader() {
+    headerStale_ = false;
+    if (!hasSidecar_) return;
+    const SidecarImage& image = content_.image;
+    const std::string hash = hashOf(facts_.headerText);
+    if (hash == image.headerHash) return;
+    // The process that stored this ended before it could rewrite the header, or before it could tell what it wrote.
+    headerStale_ = image.created && (image.headerHash.empty() || hash == image.formerHeaderHash);
+    if (headerStale_ || noticedHeader_ == hash) return;
+    noticedHeader_ = hash;
+    reportNotice(imageName_ + ": the header of the image has changed since " + path_ +
+                 " was written; the metadata stored there still counts.");
+}
+
+const StringList& SidecarStore::list(int level, int number) {
+    static const StringList kEmpty;
+    const ListId id = {level, number};
+    if (const auto found = gathered_.lists.find(id); found != gathered_.lists.end()) return found->second;
+    if (const auto found = content_.lists.find(id); found != content_.lists.end()) return found->second;
+    if (level == 1) return derived_.file;
+    const auto channel = static_cast<size_t>(number) - 1;
+    return level == 2 && number >= 1 && channel < derived_.channels.size() ? derived_.channels[channel] : kEmpty;
+}
+
+void SidecarStore::replaceList(int level, int number, StringList list) {
+    const StringList& before = this->list(level, number);
+    StringList after = keepingLongerTexts(std::move(list), before);
+    // What is there already needs no storing; a list that was only derived goes on following its raster.
+    if (after == before) return;
+    gathered_.lists[{level, number}] = std::move(after);
+}
+
+const Georeference& SidecarStore::georeference() {
+    if (gathered_.georeference) return *gathered_.georeference;
+    return content_.georeference ? *content_.georeference : facts_.georeference;
+}
+
+void SidecarStore::setGeoreference(const Georeference& georeference) {
+    if (!samePlace(georeference, this->georeference())) gathered_.georeference = georeference;
+}
+
+/// A description that was set, not taken from the raster; null when there is none.
+const std::string* SidecarStore::setDescription(int channel) const {
+    const auto gathered = gathered_.descriptions.find(channel);
+    if (gathered != gathered_.descriptions.end()) return &gathered->second;
+    const auto stored = content_.descriptions.find(channel);
+    return stored != content_.descriptions.end() ? &stored->second : nullptr;
+}
+
+std::string SidecarStore::channelDescription(int channel) {
+    if (const std::string* text = setDescription(channel)) return *text;
+    if (const char* name = list(2, channel).find(kBandName)) return name;
+    const auto index = static_cast<size_t>(channel) - 1;
+    // GDAL makes up descriptions for ENVI channels without names.
+    const bool named = channel >= 1 && index < facts_.bandNames.size() && facts_.driver != "ENVI";
+    return named ? facts_.bandNames[index] : std::string();
+}
+
+void SidecarStore::setChannelDescription(int channel, const std::string& text) {
+    if (channelDescription(channel) != text) gathered_.descriptions[channel] = text;
+}
+
+std::vector<StringList> SidecarStore::describedChannels() {
+    std::vector<StringList> lists;
+    for (int channel = 1; channel <= facts_.channels; ++channel) {
+        StringList described = list(2, channel);
+        if (const std::string* text = setDescription(channel)) described.set(kBandName, *text);
+        lists.push_back(std::move(described));
+    }
+    return lists;
+}
+
+std::vector<std::string> SidecarStore::history() {
+    std::vector<std::string> all = content_.history;
+    all.insert(all.end(), gathered_.history.begin(), gathered_.history.end());
+    return all;
+}
+
+bool SidecarStore::dirty() const {
+    return markedCreated_ || !gathered_.lists.empty() || !gathered_.descriptions.empty() ||
+           gathered_.georeference.has_value() || !gathered_.history.empty();
+}
+
+/// The image's own row. The header that the host is about to write is composed here too, so that its hash is stored
+/// with the content that it goes with; a process killed in between leaves a stale header and no riddle.
+SidecarImage SidecarStore::imageToStore() {
+    SidecarImage image = {facts_.width, facts_.height, facts_.channels, created(), hashOf(facts_.headerText), {}};
+    image.formerHeaderHash = image.headerHash;
+    if (!image.created) return image;
+    const bool textual = !facts_.headerPath.empty();
+    image.headerHash =
+        textual ? hashOf(composeEnviHeader(facts_, list(1, -1), describedChannels(), georeference())) : std::string();
+    return image;
+}
+
+std::string SidecarStore::storeNow(const SidecarChanges& changes) {
+    if (!writeObstacle_.empty()) return writeObstacle_;
+    const std::string failure = commitSidecar(path_, changes, content_);
+    if (failure.empty()) hasSidecar_ = true;
+    return failure;
+}
+
+std::string SidecarStore::commit() {
+    if (!dirty()) return {};
+    gathered_.image = imageToStore();
+    std::string failure = storeNow(gathered_);
+    if (!failure.empty()) return failure;
+    gathered_ = SidecarChanges();
+    markedCreated_ = false;
+    headerStale_ = content_.image.created && content_.image.headerHash != content_.image.formerHeaderHash;
+    return {};
+}
+
+void SidecarStore::headerRewritten(const std::string& headerText) {
+    facts_.headerText = headerText;
+    headerStale_ = false;
+    if (!hasSidecar_ || content_.image.headerHash == hashOf(headerText)) return;
+    SidecarChanges changes;
+    changes.image = content_.image;
+    changes.image.headerHash = changes.image.formerHeaderHash = hashOf(headerText);
+    const std::string failure = storeNow(changes);
+    if (!failure.empty()) reportFailure(imageName_ + ": " + failure + ".");
+}
+
+/// Where a file lies whatever name it was opened by: its folder's real path, its own name, and the image's inode, since
+/// a deleted image and its successor of the same name are two.
+std::string identity(const std::string& imageName, const std::string& sidecar) {
+    const size_t slash = sidecar.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : sidecar.substr(0, slash + 1);
+    char* real = realpath(folder.c_str(), nullptr);
+    std::string key = std::string(real != nullptr ? real : folder) + "/" + sidecar.substr(slash + 1);
+    std::free(real);
+    struct stat info = {};
+    if (stat(fileOfName(imageName).c_str(), &info) == 0) {
+        key += "|" + std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
+    }
+    return key;
+}
+
+std::shared_ptr<SidecarStore> sharedStore(const std::string& key, const std::string& imageName,
+                                          const std::string& path) {
+    static std::mutex mutex;
+    static std::map<std::string, std::weak_ptr<SidecarStore>> stores;
+    const std::lock_guard<std::mutex> lock(mutex);
+    for (auto i = stores.begin(); i != stores.end();) i = i->second.expired() ? stores.erase(i) : std::next(i);
+    std::shared_ptr<SidecarStore> store = stores[key].lock();
+    if (store == nullptr) {
+        store = std::make_shared<SidecarStore>(imageName, path);
+        stores[key] = store;
+    }
+    return store;
+}
+
+}  // namespace
+
+std::shared_ptr<Store> openStore(const std::string& imageName, const RasterFacts& facts, bool writable,
+                                 std::string& why) {
+    why.clear();
+    const std::string path = sidecarPath(imageName);
+    const std::string key = identity(imageName, path) + "|" + std::to_string(facts.width) + "x" +
+                            std::to_string(facts.height) + "x" + std::to_string(facts.channels);
+    const std::shared_ptr<SidecarStore> store = sharedStore(key, imageName, path);
+    const bool firstHandle = store.use_count() == 1;
+    // Another program may have stored something since the last handle was opened; gathered writes wait for their
+    // commit.
+    if ((firstHandle || !store->dirty()) && !store->load(facts, why)) return nullptr;
+    if (writable && !store->writeObstacle().empty()) {
+        why = store->writeObstacle();
+        return nullptr;
+    }
+    if (firstHandle) store->reportRemarks();
+    return store;
+}
+
+}  // namespace kshost
