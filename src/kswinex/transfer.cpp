@@ -69,13 +69,13 @@ void transferWindow(HostMode mode, const KSDataSet& dataSet, const KSWinEx& wind
                      window.nNumXSamples, window.nNumYSamples, window.SampDesc.nNumBands, channels);
 }
 
-/// Calls action(x0, x1, b0, b1) for tiles of samples by bands that stay in the first-level cache while rows become
-/// columns.
+/// Calls action(x0, x1, b0, b1) for tiles of samples by bands, one cache line each way, so that rows that lie a power of
+/// two apart do not evict each other while they become columns.
 template <class Action>
 void forEachTile(int samples, int bands, Action action) {
-    constexpr int kTile = 32;
-    for (int x = 0; x < samples; x += kTile) {
-        for (int b = 0; b < bands; b += kTile) {
+    constexpr int kTile = 16;
+    for (int b = 0; b < bands; b += kTile) {
+        for (int x = 0; x < samples; x += kTile) {
             action(x, std::min(x + kTile, samples), b, std::min(b + kTile, bands));
         }
     }
