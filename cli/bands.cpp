@@ -75,18 +75,6 @@ void requireWavelengths(const DataSet& dataSet) {
     }
 }
 
-std::pair<double, double> wavelengthRange(const DataSet& dataSet) {
-    double low = INFINITY;
-    double high = -INFINITY;
-    for (int band = 0; band < dataSet.bandCount(); ++band) {
-        const double nm = dataSet.wavelength(band);
-        if (!(nm > 0)) continue;
-        low = std::min(low, nm);
-        high = std::max(high, nm);
-    }
-    return {low, high};
-}
-
 int bandByWavelength(const DataSet& dataSet, const std::string& token) {
     const double nm = wavelengthOf(token);
     requireWavelengths(dataSet);
@@ -181,6 +169,18 @@ std::vector<int> goodBands(const DataSet& dataSet) {
     return bands;
 }
 
+std::pair<double, double> wavelengthRange(const DataSet& dataSet) {
+    double low = INFINITY;
+    double high = -INFINITY;
+    for (int band = 0; band < dataSet.bandCount(); ++band) {
+        const double nm = dataSet.wavelength(band);
+        if (!(nm > 0)) continue;
+        low = std::min(low, nm);
+        high = std::max(high, nm);
+    }
+    return {low, high};
+}
+
 int nearestBand(const DataSet& dataSet, const std::vector<int>& candidates, double wavelengthNm) {
     int nearest = -1;
     double least = INFINITY;
@@ -208,6 +208,10 @@ std::vector<int> parseBands(const DataSet& dataSet, const std::string& list) {
 
 std::vector<int> displayBands(const DataSet& dataSet) {
     std::vector<int> bands = namedByImage(dataSet);
+    if (bands.size() == 1 && !naturalColours(dataSet).empty()) {
+        note("the image names {} alone for display; --bands {},{},{} shows natural colours.",
+             bandName(dataSet, bands[0]), kRedNm, kGreenNm, kBlueNm);
+    }
     if (bands.empty()) bands = naturalColours(dataSet);
     if (!bands.empty()) return bands;
     bands = goodBands(dataSet);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dataset.hpp"
@@ -17,6 +18,9 @@ std::vector<int> parseBands(const DataSet& dataSet, const std::string& list);
 
 std::vector<int> allBands(const DataSet& dataSet);
 std::vector<int> goodBands(const DataSet& dataSet);
+
+/// The shortest and the longest wavelength; the first is the larger when no band has one.
+std::pair<double, double> wavelengthRange(const DataSet& dataSet);
 
 /// The band whose centre lies nearest among `candidates`, or -1 when none has a wavelength.
 int nearestBand(const DataSet& dataSet, const std::vector<int>& candidates, double wavelengthNm);

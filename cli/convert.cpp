@@ -6,14 +6,14 @@
 #include <filesystem>
 #include <memory>
 
-#include <nlohmann/json.hpp>
-
 #include "bands.hpp"
 #include "command.hpp"
 #include "copycheck.hpp"
 #include "copyplan.hpp"
 #include "dataset.hpp"
 #include "entries.hpp"
+#include "help.hpp"
+#include "output.hpp"
 #include "report.hpp"
 #include "staging.hpp"
 
@@ -33,19 +33,9 @@ struct Options {
     bool force = false;
 };
 
-const std::pair<const char*, int> kTypes[] = {
-    {"uint8", kUInt8}, {"int16", kInt16}, {"uint16", kUInt16}, {"float32", kFloat32}};
-
-const char* typeName(int type) {
-    for (const auto& [name, value] : kTypes) {
-        if (value == type) return name;
-    }
-    return "float32";
-}
-
 int chooseType(const DataSet& source, const CopyPlan& plan, const std::string& asked) {
-    for (const auto& [name, value] : kTypes) {
-        if (asked == name) return value;
+    for (int type : {kUInt8, kInt16, kUInt16, kFloat32}) {
+        if (asked == sampleTypeName(type)) return type;
     }
     return plan.level > 0 ? static_cast<int>(kFloat32) : typeHoldingAll(source, plan.bands);
 }
@@ -85,7 +75,7 @@ void warnAboutLosses(const DataSet& source, const CopyPlan& plan) {
     for (std::size_t i = 0; i < before.size(); ++i) {
         if (!before[i] || after[i]) continue;
         warn("the no-data value {} does not fit {}; such samples are clamped and the copy has no no-data value.",
-             *before[i], typeName(plan.sampleType));
+             *before[i], sampleTypeName(plan.sampleType));
         break;
     }
 }
@@ -104,6 +94,8 @@ std::size_t copySamples(const DataSet& source, const CopyPlan& plan, const DataS
         target->swapSamples(window);
         target->write(copy);
         target->swapSamples(window);
+        // Samples that could not be moved would look like data in the copy.
+        requireComplete("the copy");
     });
     return changed;
 }
@@ -132,13 +124,12 @@ std::string historyLine(const CopyPlan& plan, const Options& options) {
     }
     if (plan.every != 1) line += fmt::format(" --every {}", plan.every);
     if (plan.level != 0) line += fmt::format(" --level {}", plan.level);
-    return line + fmt::format(" --type {}", typeName(plan.sampleType));
+    return line + fmt::format(" --type {}", sampleTypeName(plan.sampleType));
 }
 
-// What the library's records do not hold, or hold with fewer digits than the source's texts.
-void completeThroughHost(const DataSet& source, const CopyPlan& plan, const Options& options, const std::string& name) {
-    HostFile* const file = GDBOpen(name.c_str(), "r+");
-    if (file == nullptr) fail("the copy cannot be opened again to complete its metadata (see above).");
+// What the library's records do not hold, or hold with fewer digits than the source's texts. Through the handle that
+// made the file: only as long as that is open does a GeoTIFF take in what other programs are to see.
+void completeThroughHost(const DataSet& source, const CopyPlan& plan, const Options& options, HostFile* file) {
     Entries fileList = Entries::ofFile(file);
     completeList(fileEntriesOfCopy(source, plan), fileList);
     fileList.storeInFile(file);
@@ -156,13 +147,13 @@ void completeThroughHost(const DataSet& source, const CopyPlan& plan, const Opti
         GDBWriteHistory(file, kFileLevel, kNoChannel, text.c_str());
     }
     GDBWriteHistory(file, kFileLevel, kNoChannel, historyLine(plan, options).c_str());
-    GDBClose(file);
 }
 
 void refuseSourceFiles(const DataSet& source, const Options& options) {
     const std::filesystem::path output(options.output);
-    if (sameFile(options.input, output))
+    if (sameFile(options.input, output)) {
         fail("{} cannot be converted onto itself; choose another name.", options.input);
+    }
     requireImageName(options.output);
     KSHostLayout layout = {};
     const bool hasHeader =
@@ -181,18 +172,21 @@ void reportCheck(const CopyCheck& check) {
     note("checked: {} samples and {} metadata entries agree with the source.", check.samples, check.entries);
 }
 
-void printJson(const CopyPlan& plan, const Options& options, std::size_t changed, const CopyCheck* check) {
-    nlohmann::ordered_json json = {
-        {"file", options.output},     {"width", plan.area.columns},        {"height", plan.area.rows},
-        {"bands", plan.bands.size()}, {"type", typeName(plan.sampleType)}, {"level", plan.level},
-        {"samples_changed", changed}};
+void printSummary(const CopyPlan& plan, const Options& options, std::size_t changed, const CopyCheck* check) {
+    Json json = {{"file", options.output},
+                 {"width", plan.area.columns},
+                 {"height", plan.area.rows},
+                 {"bands", plan.bands.size()},
+                 {"type", sampleTypeName(plan.sampleType)},
+                 {"level", plan.level},
+                 {"samples_changed", changed}};
     if (check != nullptr) {
         json["check"] = {{"passed", check->passed()},
                          {"samples", check->samples},
                          {"differing", check->differing},
                          {"entries", check->entries}};
     }
-    fmt::print("{}\n", json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    printJson(json);
 }
 
 void run(const Options& options) {
@@ -200,7 +194,7 @@ void run(const Options& options) {
     refuseSourceFiles(source, options);
     const CopyPlan plan = makePlan(source, options);
     Staging staging(options.output, options.force);
-    for (const auto& companion : companionsOf(options.output)) staging.alsoMakes(companion);
+    staging.alsoMakes(companionsOf(options.output));
     warnAboutLosses(source, plan);
 
     DataSet copy = source.describe(plan.bands);
@@ -209,13 +203,14 @@ void run(const Options& options) {
     copy.dropFirstTransforms(plan.level);
     copy.create(staging.path(), plan.sampleType);
     const std::size_t changed = copySamples(source, plan, copy);
+    copy.writeMetadata();
+    completeThroughHost(source, plan, options, copy.file());
     copy.close();
-    completeThroughHost(source, plan, options, staging.path());
-    // Samples that could not be moved would look like data in the copy.
     requireComplete("the copy");
-    if (changed > 0)
+    if (changed > 0) {
         warn("{} samples were rounded, clamped or not numbers; {} cannot hold them.", changed,
-             typeName(plan.sampleType));
+             sampleTypeName(plan.sampleType));
+    }
 
     std::unique_ptr<CopyCheck> check;
     if (options.check) check = std::make_unique<CopyCheck>(checkCopy(source, plan, staging.path()));
@@ -223,8 +218,8 @@ void run(const Options& options) {
     requireComplete("the copy");
     staging.publish();
     note("{}: {} x {} pixels, {} bands, {}.", options.output, plan.area.columns, plan.area.rows, plan.bands.size(),
-         typeName(plan.sampleType));
-    if (options.json) printJson(plan, options, changed, check.get());
+         sampleTypeName(plan.sampleType));
+    if (options.json) printSummary(plan, options, changed, check.get());
 }
 
 }  // namespace
@@ -237,21 +232,27 @@ void addConvert(CLI::App& app, Command& chosen) {
     command->add_option("OUT", options->output, "The copy: GeoTIFF when it ends in .tif or .tiff, else ENVI")
         ->required();
     command->add_option("--bands", options->bands, fmt::format("Bands to copy, in this order: {}", kBandListHelp))
+        ->type_name("LIST")
         ->capture_default_str();
-    command->add_option("--window", options->window, "Rectangle to copy: X,Y,WIDTH,HEIGHT in pixels from 0")
+    command->add_option("--window", options->window, "Rectangle to copy, in pixels from 0")
         ->delimiter(',')
-        ->expected(4);
-    command->add_option("--every", options->every, "Copy every N-th pixel and line")
-        ->check(CLI::PositiveNumber)
+        ->check(wholeNumber(0))
+        ->expected(4)
+        ->option_text("X,Y,WIDTH,HEIGHT");
+    command
+        ->add_option("--every", options->every, "Copy every N-th pixel and line, the first of each whole cell of N x N")
+        ->check(wholeNumber(1))
+        ->type_name("N")
         ->capture_default_str();
     command
         ->add_option("--level", options->level,
                      "Radiometric level to copy; above 0 the copy holds physical values as float32")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeNumber(0))
+        ->type_name("N")
         ->capture_default_str();
     command->add_option("--type", options->type, "Sample type: same, uint8, int16, uint16 or float32")
         ->check(CLI::IsMember({"same", "uint8", "int16", "uint16", "float32"}))
-        ->capture_default_str();
+        ->option_text("TYPE=same");
     command->add_flag("--check", options->check,
                       "Read the copy again and compare every sample and entry with the source");
     command->add_flag("--json", options->json, "Print what was done as JSON");

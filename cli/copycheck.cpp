@@ -82,9 +82,10 @@ private:
             const KSBandResp& a = source_->Sensor.pBandResp[band];
             const KSBandResp& b = copy_->Sensor.pBandResp[copied];
             const bool same = a.eRespType == b.eRespType && a.fCentre == b.fCentre && a.fFWHM == b.fFWHM;
-            if (!same)
+            if (!same) {
                 problem("band {}: response {} nm, FWHM {} instead of {} nm, FWHM {}", i + 1, b.fCentre, b.fFWHM,
                         a.fCentre, a.fFWHM);
+            }
             if (source_->Sensor.peBandQual[band] != copy_->Sensor.peBandQual[copied]) {
                 problem("band {}: quality {} instead of {}", i + 1, copy_.qualityName(copied),
                         source_.qualityName(band));

@@ -13,9 +13,6 @@
 
 namespace kscli {
 
-/// The host's channel types.
-enum SampleType { kUInt8 = 1, kInt16 = 2, kUInt16 = 3, kFloat32 = 4 };
-
 struct CopyPlan {
     std::vector<int> bands;                    // of the source, 0-based
     Area area;                                 // of the source

@@ -1,7 +1,6 @@
 #include "dataset.hpp"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -11,18 +10,12 @@
 #include <unistd.h>
 
 #include "report.hpp"
+#include "staging.hpp"
 
 namespace fs = std::filesystem;
 
 namespace kscli {
 namespace {
-
-bool hasExtension(const fs::path& path, const char* wanted) {
-    std::string extension = path.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension == wanted;
-}
 
 // Names such as NETCDF:"file":variable are the host's to understand.
 bool namesAVariable(const std::string& name) { return name.find(":\"") != std::string::npos; }
@@ -35,7 +28,7 @@ void checkReadable(const std::string& name) {
     const fs::file_status status = fs::status(path, ec);
     if (!fs::exists(status)) fail("{}: no such file. Check the path.", name);
     if (fs::is_directory(status)) fail("{} is a folder. Give the path of the image file in it.", name);
-    if (hasExtension(path, ".hdr")) fail("{} is a header. Give the path of the image file beside it.", name);
+    if (lowerExtension(path) == ".hdr") fail("{} is a header. Give the path of the image file beside it.", name);
     if (fs::is_regular_file(status) && fs::file_size(path, ec) == 0) fail("{} is empty (0 bytes).", name);
     if (access(name.c_str(), R_OK) != 0) fail("{} cannot be read: {}.", name, std::strerror(errno));
 }
@@ -45,8 +38,7 @@ void deleteTransforms(KSDataSet* record) {
     }
 }
 
-}  // namespace
-
+// A malloc'ed copy, as the library's records own their texts.
 char* ownedText(const std::string& text) {
     char* copy = static_cast<char*>(std::malloc(text.size() + 1));
     if (copy == nullptr) throw std::bad_alloc();
@@ -54,15 +46,25 @@ char* ownedText(const std::string& text) {
     return copy;
 }
 
+}  // namespace
+
+const char* sampleTypeName(int type) {
+    switch (type) {
+        case kUInt8:
+            return "uint8";
+        case kInt16:
+            return "int16";
+        case kUInt16:
+            return "uint16";
+        default:
+            return "float32";
+    }
+}
+
 DataSet DataSet::open(const std::string& name) {
     checkReadable(name);
     KSDataSet* record = KSOpen(name.c_str(), "r");
-    if (record == nullptr) {
-        fail(
-            "{} cannot be opened as an image. Known formats: ENVI (an image with a .hdr beside it), GeoTIFF, netCDF, "
-            "HDF5.",
-            name);
-    }
+    if (record == nullptr) fail("{} cannot be opened as an image (see above).", name);
     DataSet dataSet(record);
     if (dataSet.bandCount() < 1) fail("{} holds no bands, so there is nothing to work on.", name);
     if (record->nXSize < 1 || record->nYSize < 1) fail("{} holds no pixels, so there is nothing to work on.", name);
@@ -71,7 +73,8 @@ DataSet DataSet::open(const std::string& name) {
 
 void DataSet::release() {
     if (record_ == nullptr) return;
-    record_->eOpenMode = KS_OPEN_READ;  // an unfinished file's metadata is not worth storing
+    // What is worth storing was written before; closing would write it again over what completed it.
+    record_->eOpenMode = KS_OPEN_READ;
     // KSFree releases only part of a longer chain, so the chain goes first.
     deleteTransforms(record_);
     KSClose(record_);
@@ -110,11 +113,8 @@ void DataSet::dropFirstTransforms(int count) {
     }
 }
 
-void DataSet::close() {
-    if (record_->eOpenMode == KS_OPEN_READWRITE && KSWriteMetadata(record_) != 0) {
-        fail("the metadata could not be stored (see above).");
-    }
-    release();
+void DataSet::writeMetadata() {
+    if (KSWriteMetadata(record_) != 0) fail("the metadata could not be stored (see above).");
 }
 
 double DataSet::wavelength(int band) const {

@@ -11,6 +11,10 @@
 
 namespace kscli {
 
+/// The host's channel types; whatever lies above is read as 32-bit floats too.
+enum SampleType { kUInt8 = 1, kInt16 = 2, kUInt16 = 3, kFloat32 = 4 };
+const char* sampleTypeName(int type);
+
 class DataSet {
 public:
     /// Opens an image for reading; throws a Failure that tells a missing, empty or foreign file apart.
@@ -27,8 +31,10 @@ public:
     void create(const std::string& name, int sampleType);
     /// Removes the first transforms of the chain, as for samples to which they were applied.
     void dropFirstTransforms(int count);
-    /// Stores the metadata when the data set was created here, and closes; throws a Failure.
-    void close();
+    /// Writes the metadata of a data set that was created here; what the application knows better is set after it.
+    void writeMetadata();
+    /// Closes now instead of at the end of its life; the host counts what could not be stored.
+    void close() { release(); }
 
     KSDataSet* operator->() const { return record_; }
     KSDataSet* get() const { return record_; }
@@ -89,8 +95,5 @@ struct Calibration {
     std::vector<float> offsets;
 };
 Calibration calibration(const DataSet& dataSet, const std::vector<int>& bands, int level);
-
-/// A malloc'ed copy, as the library's records own their texts.
-char* ownedText(const std::string& text);
 
 }  // namespace kscli

@@ -5,19 +5,16 @@
 #include <iterator>
 #include <memory>
 
-#include <nlohmann/json.hpp>
-
 #include "bands.hpp"
 #include "blocks.hpp"
 #include "command.hpp"
 #include "dataset.hpp"
 #include "entries.hpp"
+#include "output.hpp"
 #include "report.hpp"
 
 namespace kscli {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct Options {
     std::string cube;
@@ -28,19 +25,6 @@ struct Options {
 // A longer table is shown by its ends unless asked for whole.
 constexpr int kMostBandsShown = 12;
 constexpr int kBandsShownAtEachEnd = 4;
-
-const char* typeName(int type) {
-    switch (type) {
-        case 1:
-            return "uint8";
-        case 2:
-            return "int16";
-        case 3:
-            return "uint16";
-        default:
-            return "float32";
-    }
-}
 
 const char* sensorTypeName(int type) {
     switch (type) {
@@ -76,10 +60,6 @@ std::string systemName(const std::string& wkt) {
     return projection + (projection.empty() || base.empty() ? "" : " on ") + base;
 }
 
-// Numbers as short as they can be while they still give the same float back.
-double shortest(float value) { return std::strtod(fmt::format("{}", value).c_str(), nullptr); }
-Json orNull(float value) { return value > 0 ? Json(shortest(value)) : Json(nullptr); }
-
 Json layoutJson(const DataSet& dataSet) {
     KSHostLayout layout = {};
     if (KSHostGetLayout(dataSet.file(), &layout) == 0) return nullptr;
@@ -95,7 +75,7 @@ Json layoutJson(const DataSet& dataSet) {
 Json channelTypesJson(const DataSet& dataSet) {
     Json counts = Json::object();
     for (int band = 0; band < dataSet.bandCount(); ++band) {
-        const char* name = typeName(dataSet->pBandRefs[band].nChanType);
+        const char* name = sampleTypeName(dataSet->pBandRefs[band].nChanType);
         counts[name] = counts.value(name, 0) + 1;
     }
     return counts;
@@ -171,8 +151,8 @@ Json bandsJson(const DataSet& dataSet) {
         const bool hasResponse = response.eRespType != KS_RT_UNKNOWN;
         bands.push_back({{"band", band + 1},
                          {"channel", dataSet.channel(band)},
-                         {"wavelength_nm", hasResponse ? orNull(response.fCentre) : Json(nullptr)},
-                         {"fwhm_nm", hasResponse ? orNull(response.fFWHM) : Json(nullptr)},
+                         {"wavelength_nm", orNull(shortest(response.fCentre), hasResponse && response.fCentre > 0)},
+                         {"fwhm_nm", orNull(shortest(response.fFWHM), hasResponse && response.fFWHM > 0)},
                          {"quality", dataSet.qualityName(band)}});
     }
     return bands;
@@ -238,8 +218,9 @@ std::string sensorText(const Json& sensor) {
     if (sensor["type"] != "unknown") parts.push_back(sensor["type"]);
     for (const char* side : {"left", "right", "fore", "aft"}) {
         const std::string key = fmt::format("fov_{}_deg", side);
-        if (sensor.contains(key))
+        if (sensor.contains(key)) {
             parts.push_back(fmt::format("field of view {} {} deg", side, sensor[key].get<double>()));
+        }
     }
     return joined(parts);
 }
@@ -257,8 +238,9 @@ std::string missionText(const Json& mission) {
     if (mission.contains("latitude")) parts.push_back(fmt::format("latitude {}", mission["latitude"].get<double>()));
     if (mission.contains("longitude")) parts.push_back(fmt::format("longitude {}", mission["longitude"].get<double>()));
     if (mission.contains("height")) parts.push_back(fmt::format("height {}", mission["height"].get<double>()));
-    if (mission.contains("heading_deg"))
+    if (mission.contains("heading_deg")) {
         parts.push_back(fmt::format("heading {} deg", mission["heading_deg"].get<double>()));
+    }
     if (mission.contains("tilt_deg")) parts.push_back(fmt::format("tilt {} deg", mission["tilt_deg"].get<double>()));
     return joined(parts);
 }
@@ -278,12 +260,7 @@ std::string placeText(const Json& place) {
 }
 
 std::string bandsText(const DataSet& dataSet, const Json& info) {
-    double low = INFINITY;
-    double high = -INFINITY;
-    for (int band = 0; band < dataSet.bandCount(); ++band) {
-        const double nm = dataSet.wavelength(band);
-        if (nm > 0) low = std::min(low, nm), high = std::max(high, nm);
-    }
+    const auto [low, high] = wavelengthRange(dataSet);
     const std::string range = low <= high ? fmt::format(", {:.1f} to {:.1f} nm", low, high) : ", no wavelengths";
     return fmt::format("{} ({} good){}", dataSet.bandCount(), info["good_bands"].get<int>(), range);
 }
@@ -318,8 +295,9 @@ void printText(const DataSet& dataSet, const Json& info, const Options& options)
     fmt::print("{}\n", options.cube);
     printRow("size", fmt::format("{} x {} pixels, {} bands", dataSet->nXSize, dataSet->nYSize, dataSet.bandCount()));
     printRow("stored as", layoutText(info));
-    if (!info["layout"].is_null() && !info["layout"]["sidecar"].is_null())
+    if (!info["layout"].is_null() && !info["layout"]["sidecar"].is_null()) {
         printRow("sidecar", info["layout"]["sidecar"]);
+    }
     printRow("sensor", sensorText(info["sensor"]));
     printRow("taken", missionText(info["mission"]));
     for (std::size_t level = 0; level < info["levels"].size(); ++level) {
@@ -339,8 +317,7 @@ void run(const Options& options) {
     const DataSet dataSet = DataSet::open(options.cube);
     const Json info = describe(dataSet, options.cube);
     if (options.json) {
-        // Texts of foreign headers may be in any encoding.
-        fmt::print("{}\n", info.dump(2, ' ', false, Json::error_handler_t::replace));
+        printJson(info);
     } else {
         printText(dataSet, info, options);
     }

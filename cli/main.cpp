@@ -2,11 +2,13 @@
 // Exit status: 0 done; 1 wrong usage or a command that failed; 2 samples or metadata could not all be moved.
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <new>
 
 #include <kshost_app.h>
 
 #include "command.hpp"
+#include "help.hpp"
 #include "report.hpp"
 
 namespace {
@@ -47,6 +49,7 @@ int main(int argc, char** argv) {
     CLI::App app{"Look at, convert and make hyperspectral images.", "ks"};
     bool quiet = false;
     kscli::Command command;
+    app.formatter(std::make_shared<kscli::HelpFormatter>());
     app.set_version_flag("--version", "ks " KS_VERSION);
     app.add_flag("-q,--quiet", quiet, "No progress and no notes; warnings and errors only");
     app.require_subcommand(1);
@@ -63,7 +66,9 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? kDone : kFailed;
+        if (e.get_exit_code() == 0) return app.exit(e);  // help or version
+        kscli::printError(kscli::explain(app, e));
+        return kFailed;
     }
     kscli::installHandlers(quiet);
     return run(command);

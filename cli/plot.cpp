@@ -22,7 +22,7 @@ constexpr double kFontSize = 15;
 constexpr double kTitleSize = 18;
 constexpr double kTick = 5;
 constexpr double kGap = 10;
-constexpr std::size_t kMostLegendRows = 19;
+constexpr std::size_t kMostLegendRows = 18;
 
 using Colour = std::array<double, 3>;
 // Okabe and Ito's colours, told apart with every kind of colour vision; the pale yellow comes last, darkened.
@@ -154,6 +154,7 @@ private:
         if (yLow > 0 && yLow < 0.5 * yHigh) yLow = 0;
         x_ = makeAxis(xLow, xHigh, 10, false);
         y_ = makeAxis(yLow, yHigh, 6, true);
+        if (plot_.countedX) x_.step = std::max(x_.step, 1.0);
         const double margin = 0.01 * (x_.high - x_.low);
         x_.low -= margin;
         x_.high += margin;
@@ -164,8 +165,9 @@ private:
         double tickWidth = 0;
         for (double value : y_.ticks()) tickWidth = std::max(tickWidth, textWidth(y_.text(value), kFontSize));
         double legendWidth = 0;
-        for (const std::string& label : legendLabels())
+        for (const std::string& label : legendLabels()) {
             legendWidth = std::max(legendWidth, textWidth(label, kFontSize));
+        }
         legendWidth = std::max(legendWidth + 36, textWidth(plot_.legendTitle, kFontSize)) + 14;
         frame_ = {kFontSize + 2 * kGap + tickWidth + kTick + kGap, kTitleSize + 3 * kGap,
                   kWidth - legendWidth - 2 * kGap, kHeight - 2 * kFontSize - 4 * kGap};
@@ -306,6 +308,7 @@ struct SurfaceDeleter {
 using Surface = std::unique_ptr<cairo_surface_t, SurfaceDeleter>;
 
 void check(cairo_status_t status, const std::string& name) {
+    if (status == CAIRO_STATUS_WRITE_ERROR) fail("{} cannot be written; is the disk full?", name);
     if (status != CAIRO_STATUS_SUCCESS) fail("{} cannot be written: {}.", name, cairo_status_to_string(status));
 }
 
@@ -317,10 +320,6 @@ void paintOn(cairo_surface_t* surface, const Plot& plot, double scale, const std
     cairo_destroy(cairo);
     check(status, name);
 }
-
-}  // namespace
-
-namespace {
 
 // cairo and fontconfig keep the fonts that a plot used until they are told that it was the last one.
 struct FontCacheRelease {

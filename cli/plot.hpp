@@ -16,6 +16,7 @@ struct Curve {
 struct Plot {
     std::string title;
     std::string xLabel;
+    bool countedX = false;  // x are numbers of things: ticks at whole numbers only
     std::string yLabel;
     std::string legendTitle;
     std::vector<Curve> curves;

@@ -6,13 +6,13 @@
 #include <cstdint>
 #include <memory>
 
-#include <nlohmann/json.hpp>
-
 #include "bands.hpp"
 #include "blocks.hpp"
 #include "command.hpp"
 #include "dataset.hpp"
+#include "help.hpp"
 #include "image_png.hpp"
+#include "output.hpp"
 #include "report.hpp"
 #include "staging.hpp"
 
@@ -42,8 +42,10 @@ struct Limits {
 std::vector<int> chooseBands(const DataSet& dataSet, const std::string& list) {
     if (list.empty()) return displayBands(dataSet);
     const std::vector<int> bands = parseBands(dataSet, list);
-    if (bands.size() != 3 && bands.size() != 1) {
-        fail("a picture takes three different bands (red, green, blue) or one (grey); '{}' names {}.", list,
+    // Several names for one band are no wish for a grey picture.
+    const bool grey = bands.size() == 1 && list.find(',') == std::string::npos;
+    if (bands.size() != 3 && !grey) {
+        fail("a picture takes three different bands (red, green, blue) or one (grey); '{}' names {} here.", list,
              bands.size());
     }
     return bands;
@@ -109,8 +111,9 @@ void writePicture(const SampleReader& reader, const Area& area, const std::vecto
                 // A pixel that lacks one colour lacks its colour.
                 bool complete = true;
                 for (std::size_t c = 0; c < components; ++c) complete = complete && !std::isnan(sample[x + c]);
-                for (std::size_t c = 0; c < components; ++c)
+                for (std::size_t c = 0; c < components; ++c) {
                     row[x + c] = complete ? shade(sample[x + c], limits[c]) : 0;
+                }
             }
             png.writeRow(row);
         }
@@ -122,21 +125,19 @@ void writePicture(const SampleReader& reader, const Area& area, const std::vecto
 void printSummary(const DataSet& dataSet, const Options& options, const Area& area, const std::vector<int>& bands,
                   const std::vector<Limits>& limits) {
     static const char* const kColours[] = {"red", "green", "blue"};
-    nlohmann::ordered_json shown = nlohmann::ordered_json::array();
+    Json shown = Json::array();
     std::string names;
     for (std::size_t i = 0; i < bands.size(); ++i) {
         const double nm = dataSet.wavelength(bands[i]);
-        nlohmann::ordered_json entry = {{"colour", bands.size() == 1 ? "grey" : kColours[i]}, {"band", bands[i] + 1}};
-        entry["wavelength_nm"] = nm > 0 ? nlohmann::ordered_json(nm) : nlohmann::ordered_json(nullptr);
-        entry["black"] = limits[i].any ? nlohmann::ordered_json(limits[i].low) : nlohmann::ordered_json(nullptr);
-        entry["white"] = limits[i].any ? nlohmann::ordered_json(limits[i].high) : nlohmann::ordered_json(nullptr);
-        shown.push_back(entry);
+        shown.push_back({{"colour", bands.size() == 1 ? "grey" : kColours[i]},
+                         {"band", bands[i] + 1},
+                         {"wavelength_nm", orNull(shortest(static_cast<float>(nm)), nm > 0)},
+                         {"black", orNull(shortest(limits[i].low), limits[i].any)},
+                         {"white", orNull(shortest(limits[i].high), limits[i].any)}});
         names += (i > 0 ? ", " : "") + bandName(dataSet, bands[i]);
     }
     if (options.json) {
-        const nlohmann::ordered_json summary = {
-            {"file", options.output}, {"width", area.columns}, {"height", area.rows}, {"bands", shown}};
-        fmt::print("{}\n", summary.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+        printJson({{"file", options.output}, {"width", area.columns}, {"height", area.rows}, {"bands", shown}});
     }
     note("{}: {} x {} pixels, {}.", options.output, area.columns, area.rows, names);
 }
@@ -147,8 +148,9 @@ int thinning(const DataSet& dataSet, int maxSize) {
 }
 
 void run(const Options& options) {
-    if (lowerExtension(options.output) != ".png")
+    if (lowerExtension(options.output) != ".png") {
         fail("{} does not end in .png; quicklooks are PNG pictures.", options.output);
+    }
     if (!(options.stretch[0] >= 0 && options.stretch[0] < options.stretch[1] && options.stretch[1] <= 100)) {
         fail("--stretch takes two percentages, low and high, within 0 and 100, such as 2,98.");
     }
@@ -174,19 +176,22 @@ void addQuicklook(CLI::App& app, Command& chosen) {
     CLI::App* command = app.add_subcommand("quicklook", "Make a PNG picture of an image");
     command->add_option("CUBE", options->cube, "The image")->required();
     command->add_option("OUT", options->output, "The picture to write")->required();
-    command->add_option(
-        "--bands", options->bands,
-        "Red, green and blue (or one for grey) as wavelengths in nm or band numbers b1, b2, ...; default: "
-        "the image's own choice, else 640,550,460");
+    command
+        ->add_option("--bands", options->bands,
+                     "Red, green and blue (or one for grey) as wavelengths in nm or band numbers b1, b2, ...; default: "
+                     "the image's own choice, else 640,550,460")
+        ->type_name("LIST");
     command->add_option("--level", options->level, "Radiometric level to show (0: stored values)")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeNumber(0))
+        ->type_name("N")
         ->capture_default_str();
     command->add_option("--stretch", options->stretch, "Percentages of samples shown black and white")
         ->delimiter(',')
         ->expected(2)
-        ->capture_default_str();
+        ->option_text("LOW,HIGH=2,98");
     command->add_option("--max-size", options->maxSize, "Take every n-th pixel so that no side is longer than this")
-        ->check(CLI::PositiveNumber);
+        ->check(wholeNumber(1))
+        ->type_name("N");
     command->add_flag("--force", options->force, "Replace the picture if it exists");
     command->add_flag("--json", options->json, "Print the bands and limits used as JSON");
     command->footer("Pixels without data are black.\nExample:\n  ks quicklook scene.img scene.png --bands 640,550,460");

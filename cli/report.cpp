@@ -15,12 +15,29 @@ volatile std::sig_atomic_t stopSignal = 0;
 
 void onSignal(int signal) { stopSignal = signal; }
 
-void print(const char* kind, const std::string& text) { fmt::print(stderr, "ks: {}{}\n", kind, text); }
+// Where outputs are made until they are complete is nothing that a user knows.
+std::string hiddenFolder;
+std::string shownFolder;
+
+void print(const char* kind, std::string text) {
+    for (std::size_t at = 0; !hiddenFolder.empty() && (at = text.find(hiddenFolder, at)) != std::string::npos;) {
+        text.replace(at, hiddenFolder.size(), shownFolder);
+        at += shownFolder.size();
+    }
+    fmt::print(stderr, "ks: {}{}\n", kind, text);
+}
 
 std::string withoutLineEnd(const char* text) {
     std::string line = text != nullptr ? text : "";
     while (!line.empty() && (line.back() == '\n' || line.back() == ' ')) line.pop_back();
     return line;
+}
+
+// "GDBOpen (): cube.img: ..." without the function that says so.
+std::string withoutLabel(const std::string& line) {
+    const std::size_t label = line.find(" (): ");
+    const bool isName = label != std::string::npos && line.find(' ') == label;
+    return isName ? line.substr(label + 5) : line;
 }
 
 // A cube is opened more than once by some commands, and a damaged file fails alike in every block: reports that differ
@@ -51,7 +68,11 @@ constexpr int kHostReport = 62;
 
 void onReport(void*, int code, int severity, const char* text) noexcept {
     try {
-        const std::string line = withoutLineEnd(text);
+        static bool explained = false;
+        // What the library adds is that a call of the host failed, after the host said why.
+        if (code != kHostReport && explained) return;
+        explained = explained || (code == kHostReport && severity > 0);
+        const std::string line = withoutLabel(withoutLineEnd(text));
         const Repetition repetition = countRepetition(line);
         if (repetition == Repetition::tooMany) return;
         if (code == kHostReport && severity == 0) {
@@ -77,9 +98,14 @@ void installHandlers(bool beQuiet) {
     struct sigaction action = {};
     action.sa_handler = onSignal;
     action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);  // a second Ctrl-C ends at once
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    struct sigaction hangUp = {};
+    sigaction(SIGHUP, nullptr, &hangUp);
+    for (int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+    if (hangUp.sa_handler != SIG_IGN) sigaction(SIGHUP, &action, nullptr);  // unless nohup started us
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a failed write like any other
 }
+
+void showFolderAs(const std::string& hidden, const std::string& shown) { hiddenFolder = hidden, shownFolder = shown; }
 
 void throwIfInterrupted() {
     if (stopSignal != 0) throw Failure("stopped; nothing was left behind.");

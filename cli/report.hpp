@@ -28,6 +28,8 @@ template <class... Args>
 
 /// Sends reports and progress of library and host to standard error, and lets Ctrl-C end a command cleanly.
 void installHandlers(bool quiet);
+/// In all that is said, `shown` stands for `hidden` from now on: paths of outputs that are still being made.
+void showFolderAs(const std::string& hidden, const std::string& shown);
 /// Throws a Failure once the user asked to stop; called wherever progress is made.
 void throwIfInterrupted();
 

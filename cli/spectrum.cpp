@@ -3,23 +3,20 @@
 #include <charconv>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "bands.hpp"
 #include "blocks.hpp"
 #include "command.hpp"
 #include "dataset.hpp"
+#include "help.hpp"
+#include "output.hpp"
 #include "plot.hpp"
 #include "report.hpp"
 #include "staging.hpp"
 
 namespace kscli {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct Options {
     std::string cube;
@@ -200,6 +197,7 @@ void writePlot(const DataSet& dataSet, const Spectra& spectra, const std::string
     Plot plot;
     plot.title = std::filesystem::path(cube).filename().string();
     plot.xLabel = dataSet.hasWavelengths() ? "Wavelength (nm)" : "Band";
+    plot.countedX = !dataSet.hasWavelengths();
     plot.yLabel = spectra.quantity;
     if (!plot.yLabel.empty() && plot.yLabel[0] >= 'a' && plot.yLabel[0] <= 'z') {
         plot.yLabel[0] = static_cast<char>(plot.yLabel[0] - 'a' + 'A');
@@ -230,14 +228,13 @@ std::string csv(const DataSet& dataSet, const Spectra& spectra) {
         const bool known = response.eRespType != KS_RT_UNKNOWN;
         text += fmt::format("{},{},{},{}", band + 1, known && response.fCentre > 0 ? digits(response.fCentre) : "",
                             known && response.fFWHM > 0 ? digits(response.fFWHM) : "", dataSet.qualityName(band));
-        for (const auto& values : spectra.values)
+        for (const auto& values : spectra.values) {
             text += "," + (std::isnan(values[i]) ? std::string() : digits(values[i]));
+        }
         text += '\n';
     }
     return text;
 }
-
-Json orNull(double value, bool isKnown) { return isKnown && std::isfinite(value) ? Json(value) : Json(nullptr); }
 
 std::string json(const DataSet& dataSet, const Spectra& spectra, const std::string& cube) {
     Json bands = Json::array();
@@ -245,14 +242,14 @@ std::string json(const DataSet& dataSet, const Spectra& spectra, const std::stri
         const double nm = dataSet.wavelength(band);
         const double width = dataSet.fwhm(band);
         bands.push_back({{"band", band + 1},
-                         {"wavelength_nm", orNull(nm, nm > 0)},
-                         {"fwhm_nm", orNull(width, width > 0)},
+                         {"wavelength_nm", orNull(shortest(static_cast<float>(nm)), nm > 0)},
+                         {"fwhm_nm", orNull(shortest(static_cast<float>(width)), width > 0)},
                          {"quality", dataSet.qualityName(band)}});
     }
     Json pixels = Json::array();
     for (std::size_t i = 0; i < spectra.pixels.size(); ++i) {
         Json values = Json::array();
-        for (float value : spectra.values[i]) values.push_back(orNull(static_cast<double>(value), true));
+        for (float value : spectra.values[i]) values.push_back(orNull(shortest(value)));
         pixels.push_back({{"x", spectra.pixels[i].x}, {"y", spectra.pixels[i].y}, {"values", values}});
     }
     const Json whole = {{"file", cube},
@@ -260,14 +257,7 @@ std::string json(const DataSet& dataSet, const Spectra& spectra, const std::stri
                         {"quantity", spectra.quantity},
                         {"bands", bands},
                         {"spectra", pixels}};
-    return whole.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
-void writeText(const std::string& text, const std::string& name) {
-    std::ofstream stream(name, std::ios::binary);
-    stream << text;
-    stream.close();
-    if (!stream) fail("{} cannot be written; is the disk full?", name);
+    return jsonText(whole);
 }
 
 void run(const Options& options) {
@@ -309,7 +299,8 @@ void addSpectrum(CLI::App& app, Command& chosen) {
         ->required()
         ->expected(2, -1);
     command->add_option("--level", options->level, "Radiometric level (0: stored values); default: the highest")
-        ->check(CLI::NonNegativeNumber);
+        ->check(wholeNumber(0))
+        ->type_name("N");
     command->add_flag("--good", options->goodOnly, "Good bands only");
     command->add_flag("--force", options->force, "Replace the output if it exists");
     command->footer(

@@ -7,6 +7,10 @@
 #include <cstring>
 #include <set>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include "report.hpp"
 
 namespace fs = std::filesystem;
@@ -22,6 +26,24 @@ bool isThere(const fs::path& path) {
 fs::path parentOf(const fs::path& path) {
     const fs::path parent = path.parent_path();
     return parent.empty() ? fs::path(".") : parent;
+}
+
+constexpr const char* kFolderStart = ".ks-unfinished-";
+
+int openFolder(const fs::path& folder) { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }
+
+// The kernel takes the lock back when its holder ends, however it ends.
+bool lock(int descriptor) { return flock(descriptor, LOCK_EX | LOCK_NB) == 0; }
+
+void removeAbandoned(const fs::path& parent) {
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(parent, ec)) {
+        if (entry.path().filename().string().rfind(kFolderStart, 0) != 0) continue;
+        const int descriptor = openFolder(entry.path());
+        if (descriptor < 0) continue;
+        if (lock(descriptor)) fs::remove_all(entry.path(), ec);
+        close(descriptor);
+    }
 }
 
 void move(const fs::path& from, const fs::path& to) {
@@ -79,29 +101,46 @@ Staging::Staging(const std::string& output, bool force) : output_(output), force
     const fs::path parent = parentOf(output_);
     if (!fs::is_directory(parent)) fail("the folder {} does not exist. Make it, or choose another.", parent.string());
     refuseExisting(output_);
-    std::string pattern = (parent / ".ks-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-        fail("nothing can be written in {}: {}. Choose another folder.", parent.string(), std::strerror(errno));
+    removeAbandoned(parent);
+    makeFolder(parent);
+    showFolderAs(folder_.string() + "/", output_.parent_path().empty() ? "" : parent.string() + "/");
+}
+
+void Staging::makeFolder(const fs::path& parent) {
+    // Before it is locked, another run may take the folder for an abandoned one; then there is none, and the next is
+    // tried.
+    for (bool taken = true; taken;) {
+        std::string pattern = (parent / (std::string(kFolderStart) + "XXXXXX")).string();
+        if (mkdtemp(pattern.data()) == nullptr) {
+            fail("nothing can be written in {}: {}. Choose another folder.", parent.string(), std::strerror(errno));
+        }
+        folder_ = pattern;
+        descriptor_ = openFolder(folder_);
+        // A file system without locks has no abandoned folders removed either.
+        taken = descriptor_ < 0 || (!lock(descriptor_) && errno == EWOULDBLOCK) || !isThere(folder_);
+        if (taken && descriptor_ >= 0) close(descriptor_);
     }
-    folder_ = pattern;
 }
 
 Staging::~Staging() {
     std::error_code ec;
     fs::remove_all(folder_, ec);
+    close(descriptor_);
 }
 
 void Staging::refuseExisting(const fs::path& name) const {
     if (!force_ && isThere(name)) fail("{} exists. Choose another name, or give --force to replace it.", name.string());
 }
 
-void Staging::alsoMakes(const fs::path& name) {
-    refuseExisting(name);
-    if (isThere(name) && !isThere(output_)) {
-        fail("{} exists without {}, so it may belong to another image. Choose another name, or remove it first.",
-             name.string(), output_.string());
+void Staging::alsoMakes(const std::vector<fs::path>& names) {
+    for (const fs::path& name : names) {
+        refuseExisting(name);
+        if (isThere(name) && !isThere(output_)) {
+            fail("{} exists without {}, so it may belong to another image. Choose another name, or remove it first.",
+                 name.string(), output_.string());
+        }
+        companions_.push_back(name);
     }
-    companions_.push_back(name);
 }
 
 void Staging::publish() {

@@ -1,5 +1,6 @@
 // Outputs appear whole or not at all: everything is made in a hidden folder beside the final name and moved at the end.
-// An image comes with its header and sidecar; they move together, the image last.
+// An image comes with its header and sidecar; they move together, the image last. The folder is locked while its
+// program lives, so that the next run beside it can clear away what a killed one left.
 #pragma once
 
 #include <filesystem>
@@ -21,17 +22,19 @@ public:
     const std::filesystem::path& folder() const { return folder_; }
     /// Further names that belong to the output, such as an image's header. One that exists is refused like the output
     /// itself, and replaced only together with it.
-    void alsoMakes(const std::filesystem::path& name);
+    void alsoMakes(const std::vector<std::filesystem::path>& names);
     /// Moves everything into place.
     void publish();
 
 private:
     void refuseExisting(const std::filesystem::path& name) const;
+    void makeFolder(const std::filesystem::path& parent);
 
     std::filesystem::path output_;
     std::filesystem::path folder_;
     std::vector<std::filesystem::path> companions_;
     bool force_;
+    int descriptor_ = -1;  // of the folder, locked
 };
 
 /// The header and sidecar names that an image of this name may have.

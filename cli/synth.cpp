@@ -2,18 +2,16 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <new>
-
-#include <nlohmann/json.hpp>
 
 #include "bands.hpp"
 #include "blocks.hpp"
 #include "command.hpp"
-#include "copyplan.hpp"
 #include "dataset.hpp"
 #include "entries.hpp"
+#include "help.hpp"
+#include "output.hpp"
 #include "report.hpp"
 #include "scene.hpp"
 #include "staging.hpp"
@@ -31,6 +29,7 @@ struct Options {
     bool json = false;
 };
 
+constexpr int kMostBands = 10000;
 constexpr const char* kSensorModel = "kslib synthetic imaging spectrometer";
 // The centre of every scene: longitude 15, latitude 52, on the central meridian of UTM zone 33.
 constexpr double kLongitude = 15.0;
@@ -121,16 +120,9 @@ void placeOnGround(HostFile* file, const SceneParameters& p) {
     KSHostSetGeoTransform(file, transform);
 }
 
-HostFile* reopen(const std::string& name) {
-    HostFile* const file = GDBOpen(name.c_str(), "r+");
-    if (file == nullptr) fail("{} cannot be opened again to complete its metadata (see above).", name);
-    return file;
-}
-
 // The library stores neither sensor name nor qualities, and numbers with few decimals only.
-void completeImage(const Scene& scene, const std::string& name) {
+void completeImage(const Scene& scene, HostFile* file) {
     const SceneParameters& p = scene.parameters();
-    HostFile* const file = reopen(name);
     Entries list = Entries::ofFile(file);
     list.set("SensorModelName", kSensorModel);
     list.set("ENVI:description", fmt::format("{{synthetic scene, {} materials, seed {}}}", p.materials, p.seed));
@@ -150,11 +142,9 @@ void completeImage(const Scene& scene, const std::string& name) {
                     fmt::format("ks synth --size {}x{} --bands {} --materials {} --seed {}", p.width, p.height, p.bands,
                                 p.materials, p.seed)
                         .c_str());
-    GDBClose(file);
 }
 
-void completeFractions(const Scene& scene, const std::string& name) {
-    HostFile* const file = reopen(name);
+void completeFractions(const Scene& scene, HostFile* file) {
     Entries list = Entries::ofFile(file);
     list.set("ENVI:description", "{fraction of each material in each pixel; the fractions of a pixel sum to 1}");
     list.storeInFile(file);
@@ -163,7 +153,6 @@ void completeFractions(const Scene& scene, const std::string& name) {
         GDBChanDescIO(file, 1, static_cast<int>(m) + 1, material.data());
     }
     placeOnGround(file, scene.parameters());
-    GDBClose(file);
 }
 
 void writeSamples(const Scene& scene, const DataSet& image, const DataSet& fractions) {
@@ -185,28 +174,25 @@ void writeSamples(const Scene& scene, const DataSet& image, const DataSet& fract
         }
         samples.write(image);
         mixture.write(fractions);
+        requireComplete("the scene");
     });
 }
 
+// Lines of a text file that is written whole at the end.
 class TextFile {
 public:
-    explicit TextFile(const fs::path& name) : name_(name.string()), stream_(name, std::ios::binary) {}
     template <class... Args>
     void print(fmt::format_string<Args...> format, Args&&... args) {
-        stream_ << fmt::format(format, std::forward<Args>(args)...);
+        text_ += fmt::format(format, std::forward<Args>(args)...);
     }
-    void close() {
-        stream_.close();
-        if (!stream_) fail("{} cannot be written; is the disk full?", name_);
-    }
+    void writeTo(const fs::path& name) const { writeText(text_, name.string()); }
 
 private:
-    std::string name_;
-    std::ofstream stream_;
+    std::string text_;
 };
 
 void writeEndmembers(const Scene& scene, const fs::path& folder) {
-    TextFile file(folder / "endmembers.csv");
+    TextFile file;
     file.print("wavelength_nm");
     for (const std::string& name : scene.materialNames()) file.print(",{}", name);
     file.print("\n");
@@ -215,30 +201,30 @@ void writeEndmembers(const Scene& scene, const fs::path& folder) {
         for (int m = 0; m < scene.parameters().materials; ++m) file.print(",{:.9g}", scene.reflectance(m, band));
         file.print("\n");
     }
-    file.close();
+    file.writeTo(folder / "endmembers.csv");
 }
 
 void writeTrend(const Scene& scene, const fs::path& folder) {
-    TextFile file(folder / "trend.csv");
+    TextFile file;
     file.print("column,brightness\n");
     for (int x = 0; x < scene.parameters().width; ++x) file.print("{},{:.12g}\n", x, scene.trend(x));
-    file.close();
+    file.writeTo(folder / "trend.csv");
 }
 
 void writeIllumination(const Scene& scene, const fs::path& folder) {
-    TextFile file(folder / "illumination.csv");
+    TextFile file;
     file.print("wavelength_nm,white_radiance,path_radiance,noise_at_white,gain,offset\n");
     for (int band = 0; band < scene.parameters().bands; ++band) {
         const double white = scene.whiteRadiance(band);
         file.print("{:.9g},{:.9g},{:.9g},{:.9g},{:.9g},{:.9g}\n", scene.wavelength(band), white,
                    scene.pathRadiance(band), scene.noise(band, white), scene.gain(band), scene.offset(band));
     }
-    file.close();
+    file.writeTo(folder / "illumination.csv");
 }
 
 void writeReadme(const Scene& scene, const fs::path& folder, const std::string& image) {
     const SceneParameters& p = scene.parameters();
-    TextFile file(folder / "README.txt");
+    TextFile file;
     file.print("The truth behind {}, made by: ks synth {} --size {}x{} --bands {} --materials {} --seed {}\n\n", image,
                image, p.width, p.height, p.bands, p.materials, p.seed);
     file.print(
@@ -251,7 +237,7 @@ void writeReadme(const Scene& scene, const fs::path& folder, const std::string& 
         "The noise at radiance L has the variance (0.0008 + 6 * gain)^2 + 2.5e-5 * L. Stored values are\n"
         "(radiance - offset) / gain, rounded to whole numbers 0..65535. Bands inside the water vapour absorption at\n"
         "1340-1430 and 1810-1950 nm are marked bad. The scene is made up; it shows no real place.\n");
-    file.close();
+    file.writeTo(folder / "README.txt");
 }
 
 void parseSize(const std::string& text, SceneParameters& scene) {
@@ -268,9 +254,9 @@ void run(Options options) {
     parseSize(options.size, options.scene);
     requireImageName(options.output);
     Staging staging(options.output, options.force);
-    for (const auto& companion : companionsOf(options.output)) staging.alsoMakes(companion);
+    staging.alsoMakes(companionsOf(options.output));
     const std::string truthName = fs::path(options.output).stem().string() + "_truth";
-    staging.alsoMakes(fs::path(options.output).parent_path() / truthName);
+    staging.alsoMakes({fs::path(options.output).parent_path() / truthName});
     const fs::path truth = staging.folder() / truthName;
     fs::create_directory(truth);
 
@@ -278,14 +264,15 @@ void run(Options options) {
     const SceneParameters& p = scene.parameters();
     DataSet image = describeImage(scene);
     DataSet fractions = blankDataSet(p.width, p.height, p.materials);
-    const std::string fractionsName = (truth / "fractions.img").string();
     image.create(staging.path(), kUInt16);
-    fractions.create(fractionsName, kFloat32);
+    fractions.create((truth / "fractions.img").string(), kFloat32);
     writeSamples(scene, image, fractions);
+    image.writeMetadata();
+    fractions.writeMetadata();
+    completeImage(scene, image.file());
+    completeFractions(scene, fractions.file());
     image.close();
     fractions.close();
-    completeImage(scene, staging.path());
-    completeFractions(scene, fractionsName);
     writeEndmembers(scene, truth);
     writeTrend(scene, truth);
     writeIllumination(scene, truth);
@@ -295,12 +282,13 @@ void run(Options options) {
     note("{}: {} x {} pixels, {} bands, {} materials; the truth is in {}.", options.output, p.width, p.height, p.bands,
          p.materials, truthName);
     if (options.json) {
-        const nlohmann::ordered_json json = {
-            {"file", options.output}, {"truth", (fs::path(options.output).parent_path() / truthName).string()},
-            {"width", p.width},       {"height", p.height},
-            {"bands", p.bands},       {"materials", scene.materialNames()},
-            {"seed", p.seed}};
-        fmt::print("{}\n", json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+        printJson({{"file", options.output},
+                   {"truth", (fs::path(options.output).parent_path() / truthName).string()},
+                   {"width", p.width},
+                   {"height", p.height},
+                   {"bands", p.bands},
+                   {"materials", scene.materialNames()},
+                   {"seed", p.seed}});
     }
 }
 
@@ -311,15 +299,20 @@ void addSynth(CLI::App& app, Command& chosen) {
     CLI::App* command = app.add_subcommand("synth", "Make a physically plausible scene, with the truth behind it");
     command->add_option("OUT", options->output, "The image: GeoTIFF when it ends in .tif or .tiff, else ENVI")
         ->required();
-    command->add_option("--size", options->size, "Width x height in pixels")->capture_default_str();
-    command->add_option("--bands", options->scene.bands, "Number of bands, 400 to 2500 nm")
-        ->check(CLI::Range(1, 10000))
+    command->add_option("--size", options->size, "In pixels")->type_name("WIDTHxHEIGHT")->capture_default_str();
+    command->add_option("--bands", options->scene.bands, "Number of bands between 400 and 2500 nm, 1 to 10000")
+        ->check(wholeNumber(1, kMostBands))
+        ->type_name("N")
         ->capture_default_str();
     command->add_option("--seed", options->scene.seed, "The same seed makes the same scene")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeNumber(0, UINT64_MAX))
+        ->type_name("N")
         ->capture_default_str();
-    command->add_option("--materials", options->scene.materials, "Number of materials")
-        ->check(CLI::Range(1, kMostMaterials))
+    command
+        ->add_option("--materials", options->scene.materials,
+                     fmt::format("Number of materials, 1 to {}", kMostMaterials))
+        ->check(wholeNumber(1, kMostMaterials))
+        ->type_name("N")
         ->capture_default_str();
     command->add_flag("--force", options->force, "Replace the scene if it exists");
     command->add_flag("--json", options->json, "Print what was made as JSON");

@@ -21,9 +21,10 @@ struct Result {
 
 /// What to do in the child before the program starts.
 struct RunOptions {
-    bool asNobody = false;       // without root's rights
-    std::string standardOutput;  // a file instead of Result::out
+    bool heedPermissions = false;  // root too may only do what permissions allow
+    std::string standardOutput;    // a file instead of Result::out
     int interruptAfterMilliseconds = 0;
+    long largestFileBytes = 0;  // 0: as large as may be
 };
 
 class CliTest : public testing::Test {

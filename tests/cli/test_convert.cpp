@@ -150,6 +150,32 @@ TEST_F(Convert, RoundTripThroughGeoTiffLosesNothing) {
     EXPECT_TRUE(contains(header, "favourite colour")) << header;
 }
 
+// Other programs do not know the sidecar: what they are to see is in the GeoTIFF itself.
+TEST_F(Convert, GeoTiffStandsOnItsOwnWithoutItsSidecar) {
+    makeRichCube();
+    ASSERT_EQ(ks({"convert", "rich.img", "copy.tif", "--window", "1,2,5,4"}).status, 0);
+    ASSERT_TRUE(fs::remove(dir() / "copy.tif.ks"));
+    const DataSet source = DataSet::open(path("rich.img"));
+    const DataSet copy = DataSet::open(path("copy.tif"));
+    double transform[6] = {};
+    ASSERT_EQ(KSHostGetGeoTransform(copy.file(), transform), 1);
+    EXPECT_EQ(std::vector<double>(transform, transform + 6),
+              std::vector<double>({365055 + 30, 30, 0, 5807085 - 60, 0, -30}));
+    EXPECT_TRUE(contains(KSHostGetCoordinateSystem(copy.file()), "UTM zone 33N"));
+    for (int band = 0; band < 5; ++band) {
+        double noData = 0;
+        ASSERT_EQ(KSHostGetNoData(copy.file(), band + 1, &noData), 1) << band;
+        EXPECT_EQ(noData, -32768) << band;
+        EXPECT_EQ(copy.wavelength(band), source.wavelength(band)) << band;
+        EXPECT_EQ(copy.fwhm(band), source.fwhm(band)) << band;
+        EXPECT_EQ(copy.isGood(band), source.isGood(band)) << band;
+        EXPECT_EQ(copy->papRadTransSeq[0]->pafGains[band], source->papRadTransSeq[0]->pafGains[band]) << band;
+    }
+    char name[256] = {};
+    GDBChanDescIO(copy.file(), 0, 4, name);
+    EXPECT_STREQ(name, "the fourth");
+}
+
 TEST_F(Convert, SelectedBandsTakeTheirEntriesAlong) {
     makeRichCube();
     ASSERT_EQ(ks({"convert", "rich.img", "part.img", "--bands", "b5,b2", "--check"}).status, 0);

@@ -65,6 +65,16 @@ TEST_F(Quicklook, BandsComeFromTheHeaderElseFromWavelengthsElseTheFirst) {
     EXPECT_EQ(bandsOf("two.img"), std::vector<int>({1}));
 }
 
+TEST_F(Quicklook, OneBandNamedByTheHeaderIsShownWithAWord) {
+    Cube cube;
+    cube.header = "wavelength units = nm\nwavelength = {460, 550, 640, 700, 800}\ndefault bands = {5}\n";
+    writeCube(dir() / "cube.img", cube);
+    const Result result = ks({"quicklook", "cube.img", "out.png"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(contains(result.err, "--bands 640,550,460 shows natural colours")) << result.err;
+    EXPECT_EQ(readPicture(dir() / "out.png").at(0, 0)[0], readPicture(dir() / "out.png").at(0, 0)[1]);
+}
+
 TEST_F(Quicklook, NoDataAndNaNAreBlackAndOutOfTheStretch) {
     Cube cube;
     cube.width = 5;
@@ -141,6 +151,7 @@ TEST_F(Quicklook, UnusableOptionsAreExplained) {
         {{"quicklook", "cube.img", "out.jpg"}, ".png"},
         {{"quicklook", "cube.img", "out.png", "--bands", "b1,b2"}, "three different bands"},
         {{"quicklook", "cube.img", "out.png", "--bands", "b1,b1,b2"}, "three different bands"},
+        {{"quicklook", "cube.img", "out.png", "--bands", "b1,b1"}, "three different bands"},
         {{"quicklook", "cube.img", "out.png", "--bands", "b9"}, "b1 to b5"},
         {{"quicklook", "cube.img", "out.png", "--bands", "b0"}, "b1 to b5"},
         {{"quicklook", "cube.img", "out.png", "--bands", "640"}, "no wavelengths"},

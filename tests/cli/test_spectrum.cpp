@@ -116,6 +116,15 @@ TEST_F(Spectrum, PlotsWithoutWavelengthsAndOfOneBand) {
     EXPECT_TRUE(contains(read("one.svg"), "</svg>"));
 }
 
+// Numbers of bands have nothing between them: five grid lines for five bands, and five for -1 to 1 in steps of 0.5.
+TEST_F(Spectrum, AxisOfBandNumbersHasWholeTicks) {
+    Cube cube;
+    cube.value = [](int, int, int) { return 0.0; };
+    writeCube(dir() / "plain.img", cube);
+    ASSERT_EQ(ks({"spectrum", "plain.img", "0,0", "plain.svg"}).status, 0);
+    EXPECT_EQ(count(read("plain.svg"), "stroke:rgb(88%,88%,88%)"), 5 + 5);
+}
+
 TEST_F(Spectrum, PixelWithoutDataIsWarnedAbout) {
     Cube cube;
     cube.type = 4;

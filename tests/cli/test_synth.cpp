@@ -151,6 +151,17 @@ TEST_F(Synth, ImageIsDescribedCompletely) {
     EXPECT_GT(masked, 10);
 }
 
+TEST_F(Synth, GeoTiffStandsOnItsOwnWithoutItsSidecar) {
+    ASSERT_EQ(ks({"synth", "scene.tif", "--size", "20x10", "--bands", "12"}).status, 0);
+    ASSERT_TRUE(fs::remove(dir() / "scene.tif.ks"));
+    const DataSet image = DataSet::open(path("scene.tif"));
+    double transform[6] = {};
+    EXPECT_EQ(KSHostGetGeoTransform(image.file(), transform), 1);
+    EXPECT_EQ(transform[1], 10);
+    EXPECT_TRUE(contains(KSHostGetCoordinateSystem(image.file()), "UTM zone 33N"));
+    EXPECT_FLOAT_EQ(static_cast<float>(image.wavelength(11)), 2500);
+}
+
 // Absorption bands, red edge: what anyone would look for in such a scene.
 TEST_F(Synth, SpectraLookLikeWhatTheyAre) {
     ASSERT_EQ(ks({"synth", "scene.img", "--size", "4x4", "--bands", "211"}).status, 0);  // every 10 nm
