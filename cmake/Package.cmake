@@ -14,5 +14,6 @@ configure_package_config_file(cmake/kslibConfig.cmake.in ${PROJECT_BINARY_DIR}/k
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/kslibConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/kslibConfig.cmake ${PROJECT_BINARY_DIR}/kslibConfigVersion.cmake
   DESTINATION ${KSLIB_CMAKE_DIR})
+file(RELATIVE_PATH KSLIB_PREFIX_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/kslib.pc.in ${PROJECT_BINARY_DIR}/kslib.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kslib.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -295,8 +295,9 @@ TEST_P(ForeignImage, ClosingAfterReadWriteLeavesImageAndHeaderByteForByte) {
         std::ofstream(path, std::ios::binary) << bytes;
     };
     const auto contents = [](const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), {});
+        std::ostringstream text;
+        text << std::ifstream(path, std::ios::binary).rdbuf();
+        return text.str();
     };
     put(name + ".hdr", header);
     put(name, samples);

@@ -160,6 +160,10 @@ std::string Raster::describe(const StringList&, const std::vector<StringList>&, 
 void registerFormats() {
     static std::once_flag once;
     std::call_once(once, [] {
+        // GDAL takes a part of the machine's memory unless told otherwise; an open image asks for more where it needs
+        // it.
+        int limited = 0;
+        GDALSetCacheMax64(std::min<GIntBig>(GDALGetCacheMax64(), IMPGetMemory(&limited) / 4));
         GDALRegister_GTiff();
         GDALRegister_ENVI();
         GDALRegister_MEM();

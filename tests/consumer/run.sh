@@ -16,7 +16,6 @@ cmake -S "$source_dir" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMA
 cmake --build "$work/cmake" >/dev/null
 "$work/cmake/consumer"
 
-sed -i "s|^prefix=.*|prefix=$work/prefix|" "$libdir/pkgconfig/kslib.pc"
 export PKG_CONFIG_PATH=$libdir/pkgconfig
 # shellcheck disable=SC2046,SC2086
 cc -std=gnu11 $flags "$source_dir/main.c" -o "$work/consumer" $(pkg-config --cflags --libs kslib)
