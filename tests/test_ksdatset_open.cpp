@@ -9,6 +9,7 @@
 
 #include "datasets.hpp"
 #include "fixture.hpp"
+#include "locale.hpp"
 
 using namespace kit;
 
@@ -304,7 +305,7 @@ TEST_F(KSReadMetadataTest, MalformedNumbersAreZeroAndTrailingTextIsIgnored) {
 }
 
 TEST_F(KSReadMetadataTest, NumbersDoNotDependOnTheLocale) {
-    ASSERT_NE(std::setlocale(LC_NUMERIC, "de_DE.UTF-8"), nullptr) << "LOCPATH names no locale with a decimal comma";
+    ASSERT_TRUE(kit::useDecimalComma(KSLIB_TEST_LOCALES));
     fileValue("NominalLocation_Latitude", "12.75");
     EXPECT_EQ(read(), 0);
     std::setlocale(LC_NUMERIC, "C");

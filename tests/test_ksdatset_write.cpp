@@ -9,6 +9,7 @@
 
 #include "datasets.hpp"
 #include "fixture.hpp"
+#include "locale.hpp"
 
 using namespace kit;
 
@@ -227,7 +228,7 @@ TEST_F(KSWriteMetadataTest, NotANumberIsSkipped) {
 }
 
 TEST_F(KSWriteMetadataTest, NumbersDoNotDependOnTheLocale) {
-    ASSERT_NE(std::setlocale(LC_NUMERIC, "de_DE.UTF-8"), nullptr) << "LOCPATH names no locale with a decimal comma";
+    ASSERT_TRUE(kit::useDecimalComma(KSLIB_TEST_LOCALES));
     dataSet->Mission.dLatitude = 12.75;
     EXPECT_EQ(write(), 0);
     std::setlocale(LC_NUMERIC, "C");
