@@ -279,6 +279,46 @@ TEST_F(RealCubes, GiveTheirKnownStatistics) {
     EXPECT_GT(cubes, 0) << data;
 }
 
+// ---- foreign images ----
+
+struct ForeignImage : EndToEnd, testing::WithParamInterface<const char*> {};
+INSTANTIATE_TEST_SUITE_P(Names, ForeignImage, testing::Values("cube.img", "cube", "cube.v1_rfl"));
+
+TEST_P(ForeignImage, ClosingAfterReadWriteLeavesImageAndHeaderByteForByte) {
+    const std::string name = folder.path(GetParam());
+    const std::string header =
+        "ENVI\r\n; written by hand\r\nSAMPLES=3\r\nlines = 2\r\nBands = 4\r\nbands = 2\r\nheader offset = 5\r\n"
+        "data type = 12\r\ninterleave = BIL\r\nbyte order = 1\r\nwavelength units = \xb5m\r\n"
+        "wavelength = {0.9, 0.5}\r\nodd key =\r\nbbl = {1.0, 0.0}\r\n";
+    const std::string samples = "start" + std::string(24, '\7');
+    const auto put = [](const std::string& path, const std::string& bytes) {
+        std::ofstream(path, std::ios::binary) << bytes;
+    };
+    const auto contents = [](const std::string& path) {
+        std::ifstream file(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    put(name + ".hdr", header);
+    put(name, samples);
+    for (const int year : {0, 1999}) {
+        KSDataSet* dataSet = KSOpen(name.c_str(), "r+");
+        ASSERT_NE(dataSet, nullptr);
+        ASSERT_EQ(dataSet->Sensor.nNumBands, 2);
+        EXPECT_EQ(dataSet->Sensor.pBandResp[0].fCentre, 900.0F) << "micrometres, in the file's own order";
+        EXPECT_EQ(dataSet->Sensor.pBandResp[1].fCentre, 500.0F);
+        EXPECT_EQ(dataSet->Sensor.peBandQual[1], KS_BQ_MASK);
+        if (year != 0) dataSet->Mission.nYear = year;
+        EXPECT_EQ(KSClose(dataSet), 0);
+        EXPECT_EQ(contents(name + ".hdr"), header);
+        EXPECT_EQ(contents(name), samples);
+    }
+    KSDataSet* dataSet = KSOpen(name.c_str(), "r");
+    ASSERT_NE(dataSet, nullptr);
+    EXPECT_EQ(dataSet->Mission.nYear, 1999) << "stored beside the image";
+    EXPECT_EQ(dataSet->Sensor.pBandResp[0].fCentre, 900.0F);
+    EXPECT_EQ(KSClose(dataSet), 0);
+}
+
 // ---- killed while closing ----
 
 constexpr int kOldYear = 2001;

@@ -4,7 +4,9 @@
  * -1), one per channel (level 2) and one per segment (level 3); keys are matched exactly.
  *
  *  A host call that fails reports the failure and, while a trap is armed, jumps to it; without one it returns its
- * failing value. The host takes a trap down before it jumps to it. */
+ *  failing value. The host takes a trap down before it jumps to it. GDBChanNum, the channel sizes, CheckWin, CheckChan
+ *  and the lists only report and never jump. A handle that is not live makes a call fail, and is not looked into.
+ *  Traps belong to a thread; files, reports and settings are for one thread at a time. */
 #ifndef KSHOST_H
 #define KSHOST_H
 
@@ -36,28 +38,33 @@ struct HostLayer {
 
 /** Makes the host know its image formats; may be called any number of times. */
 KS_API void ImageRegister(void);
-/** 1 if a file of that name exists, 0 if not. */
+/** 1 if a file of that name exists (a link to nowhere is none), 0 if not. */
 KS_API int DKCheck(const char* szFileName);
-/** Opens a file; szAccess is "r" or "r+". */
+/** Opens a file; szAccess is "r" or "r+". The name is that of an image, or NETCDF:"FILE":variable or
+ *  HDF5:"FILE"://variable; a relative one counts from the folder of this moment. An image whose samples cannot be
+ * written opens with "r+" all the same, for its metadata. Neither access makes a file. */
 KS_API HostFile* GDBOpen(const char* szFileName, const char* szAccess);
-/** Stores what was gathered and gives the handle back; null is accepted. */
+/** Stores what was gathered for the file, whatever references remain, and gives this one back; null is accepted. What
+ *  cannot be stored is reported, and lost with the last handle on the file. */
 KS_API void GDBClose(HostFile* fp);
-/** Creates an image; anChannels counts the channels of type 1, 2, 3 and any other, in that order; szInterleave "PIXEL".
- */
+/** Creates an image of zeros; anChannels counts the channels of type 1, 2, 3 and any other, in that order, and all but
+ *  one are 0; szInterleave "PIXEL". A name in .tif or .tiff gives a GeoTIFF, any other an ENVI image. Refuses a name
+ * whose image, header or sidecar exists, and leaves nothing behind when it fails. */
 KS_API HostFile* IDBCreate(const char* szFileName, int nXSize, int nYSize, const int anChannels[4],
                            const char* szInterleave);
-/** Creates a file for vector layers. */
+/** Creates a file for vector layers: not kept by this host yet, so it fails with a report. */
 KS_API HostFile* GDBCreate(int nFileType, const char* szFileName, int nXSize, int nYSize, int n0, int n1,
                            const char* szText);
-/** Adds an entry to the processing history. */
+/** Adds an entry to the file's processing history, whatever level and channel. */
 KS_API void GDBWriteHistory(HostFile* fp, int nLevel, int nChan, const char* szText);
-/** The file's name, owned by the handle. */
+/** The file's name as it was opened, owned by the handle. */
 KS_API const char* fp2filename(HostFile* fp);
-/** The file's type: 3 when it can hold segments, 60 for layers in memory; 0 for null. */
+/** The file's type: 3, a file that can hold segments; 0 for a handle that is not live. */
 KS_API int fp2type(HostFile* fp);
 /** 1 if the handle is live; a dead handle is never dereferenced. */
 KS_API int fpValidate(HostFile* fp);
-/** Raises the handle's reference count and returns it; each reference is given back with GDBClose. Null for null. */
+/** Raises the handle's reference count and returns the same handle; each reference is given back with GDBClose. Null
+ * for a handle that is not live. */
 KS_API HostFile* fpReference(HostFile* fp);
 
 /* ---- channels ---- */
@@ -65,26 +72,30 @@ KS_API HostFile* fpReference(HostFile* fp);
 KS_API int GDBChanNum(HostFile* fp);
 KS_API int GDBChanXSize(HostFile* fp);
 KS_API int GDBChanYSize(HostFile* fp);
-/** 1 unsigned 8-bit, 2 signed 16-bit, 3 unsigned 16-bit, 4 and up transferred as 32-bit float. */
+/** 1 unsigned 8-bit, 2 signed 16-bit, 3 unsigned 16-bit, 4 any other; 0 after a report. */
 KS_API int GDBChanType(HostFile* fp, int nChan);
 /** Moves a rectangle of several channels (nMode 0 read, 1 write) to or from a pixel-interleaved buffer. Reading reduces
- * to nBufXSize x nBufYSize: sample i of n from a width w is column nXOff + i * w / n. Returns 1, or 0 after a report.
- */
+ *  to nBufXSize x nBufYSize: sample i of n from a width w is column nXOff + i * w / n. Writing takes a buffer of the
+ *  rectangle's size, clamps to the channel's type and rounds to nearest; a NaN in an integer channel becomes its
+ * no-data value, else 0. Returns 1, or 0 after a report; a failed read leaves NaN throughout the buffer, and after any
+ * failed transfer the handle refuses to write samples. */
 KS_API int GDBRealChanIOLow(HostFile* fp, int nMode, int nXOff, int nYOff, int nXSize, int nYSize, float* pafBuffer,
                             int nBufXSize, int nBufYSize, int nNumChans, const int* panChans);
-/** Reads (nMode 0, into szText of at least 65 bytes) or writes (1) a channel's description. */
+/** Reads (nMode 0, cut to fit szText of at least 65 bytes) or writes (1) a channel's description. */
 KS_API int GDBChanDescIO(HostFile* fp, int nMode, int nChan, char* szText);
-/** Fetches and checks the window that a task parameter names: x offset, y offset, width, height. */
+/** Fetches the window that was set for a task parameter: x offset, y offset, width, height. The whole image when none
+ * was set, or, after a report, when it does not lie in the image. */
 KS_API void CheckWin(HostFile* fp, const char* szParam, int anWindow[4]);
-/** Checks the channel list of a task parameter. */
+/** Reports the first channel of a task parameter's list that the file does not have. */
 KS_API void CheckChan(HostFile* fp, const char* szParam, const int* panChans, int nNumChans);
 
 /* ---- metadata and string lists ---- */
 
-/** Reads (nDirection 0: a new list, the caller's to destroy, possibly null) or replaces (1: returns null) a level's
- * list. */
+/** Reads (nDirection 0: a new list, the caller's to destroy, null when empty) or replaces (1: returns null) a level's
+ *  list; null empties it. What is written is seen at once by every handle on the file and stored when one is closed.
+ *  A gain, offset, centre or width that only repeats the stored text in fewer digits leaves that text standing. */
 KS_API HostStringList GDBMetaDataIO(HostFile* fp, int nDirection, int nLevel, int nNumber, HostStringList pList);
-/** One value of a level's list, owned by the file; null when there is no such key. */
+/** One value of a level's list; null when there is no such key. Valid as long as a handle on the file is open. */
 KS_API const char* GDBFetchMetaDataEntry(HostFile* fp, int nLevel, int nNumber, const char* szKey);
 /** The value of a key, owned by the list, or null. */
 KS_API const char* FetchAuxEntry(HostStringList pList, const char* szKey);
@@ -96,12 +107,13 @@ KS_API void DestroyStringList(HostStringList pList);
 KS_API int CountStringList(HostStringList pList);
 /** The tokens of a text between any of the delimiter characters; empty tokens are skipped. */
 KS_API HostStringList TokenizeDelim(const char* szText, const char* szDelim);
-/** A formatted text that stays valid until the next few calls. */
+/** A formatted text that stays valid for the thread's next 15 calls. */
 KS_API const char* MkName(const char* szFormat, ...) KSHOST_PRINTF(1, 2);
 /** A malloc'ed copy; null for null. */
 KS_API char* _HString(const char* szText);
 
-/* ---- data segments ---- */
+/* ---- data segments ----
+ * Not kept by this host yet: each call fails with a report; IDBSegInfoIO gives the status 'E'. */
 
 KS_API int IDBSegCreate(HostFile* fp, const char* szName, const char* szDesc, int nType, int64_t nBlocks);
 KS_API int IDBSegInfoIO(HostFile* fp, int nSegment, int nMode, char* pchStatus, int* pnType, void* p0, void* p1,
@@ -111,7 +123,8 @@ KS_API int IDBMultiArrayIO(HostFile* fp, int nMode, int nSegment, int nDimension
                            int nElementSize, const int64_t* panOffset, const int64_t* panCount, const int64_t* panOpt1,
                            const int64_t* panOpt2, int64_t nPosition, void* pBuffer, int64_t nBytes, int64_t* pnMoved);
 
-/* ---- vector layers ---- */
+/* ---- vector layers ----
+ * Not kept by this host yet: each call fails with a report. */
 
 KS_API HostLayer* GDBCreateLayer(HostFile* fp, const char* szName, const char* szText1, const char* szText2);
 KS_API HostLayer* GDBGetLayer(HostFile* fp, int nSegment);
@@ -130,7 +143,8 @@ KS_API int GDBVectorCopy(HostFile* fpSrc, int nSegSrc, HostFile* fpDst, int n0, 
 KS_API int GDBGetFirst(HostLayer* hLayer);
 KS_API int GDBGetNext(HostLayer* hLayer, int nShape);
 
-/* ---- vector-quantized cubes ---- */
+/* ---- vector-quantized cubes ----
+ * Not kept by this host yet: no file holds one, and making or filling one fails with a report. */
 
 /** Describes the file's cube: 1 and *pInfo filled, or 0 when the file holds none. */
 KS_API int VQubeGetInfo(HostFile* fp, KSVQubeInfo* pInfo);
@@ -162,7 +176,7 @@ KS_API void Debug(const char* szFormat, ...) KSHOST_PRINTF(1, 2);
 KS_API int IMPFatal(int bFatal);
 /** Reports an error that concerns a text parameter of a task. */
 KS_API void IMPErrChar(int nCode, int nSeverity, const char* szParam, const char* szText);
-/** Arms a trap (null: none to be had); the caller then marks a return point on its buffer. Traps nest. */
+/** Arms a trap (null: 32 are armed already); the caller then marks a return point on its buffer. Traps nest. */
 KS_API void* IMP_Protect(void);
 KS_API jmp_buf* IMPProtectBuffer(void);
 KS_API void IMPUnprotect(void);

@@ -22,8 +22,8 @@ KS_API void KSHostSetErrorHandler(KSHostErrorHandler pfHandler, void* pUser);
 KS_API void KSHostSetDebugHandler(KSHostDebugHandler pfHandler, void* pUser);
 KS_API void KSHostSetProgressHandler(KSHostProgressHandler pfHandler, void* pUser);
 
-/** Transfers and stores that failed since the last reset. kslib does not see them: an application that exits with
- * success must find 0 here. */
+/** What the host failed to do since the last reset: open, create, transfer, store. kslib does not see all of it: an
+ *  application that exits with success must find 0 here. Notices (severity 0) and reports of kslib are not counted. */
 KS_API int KSHostErrorCount(void);
 KS_API void KSHostResetErrorCount(void);
 
@@ -38,7 +38,8 @@ KS_API void KSHostSetWindow(const char* szParam, const int* panWindow);
 
 /* ---- files ---- */
 
-/** Stores what was gathered for the file now. Returns 1, or 0 after a report; what was gathered is then kept. */
+/** Stores what was gathered for the file now, and brings written samples to the disk. Returns 1, or 0 after a report;
+ *  metadata that could not be stored stays gathered. */
 KS_API int KSHostFlush(HostFile* fp);
 
 /** How an image is stored, for display. */
@@ -47,8 +48,8 @@ typedef struct KSHostLayout {
     const char* szInterleave; /**< "BIP", "BIL", "BSQ", or empty when not known */
     const char* szSampleType; /**< "UInt16", "Float32", ... of channel 1; empty without channels */
     int bBigEndian;           /**< for formats that can be either */
-    const char* szHeader;     /**< the header file beside the image, or empty */
-    const char* szSidecar;    /**< the sidecar's path, whether it exists or not */
+    const char* szHeader;     /**< the absolute path of the header file beside the image, or empty */
+    const char* szSidecar;    /**< the sidecar's absolute path, whether it exists or not */
     int bSidecar;             /**< 1 when a sidecar exists and is used */
 } KSHostLayout;
 /** Returns 1, or 0 when fp is not a live image. */
@@ -68,7 +69,7 @@ KS_API int KSHostGetDefaultChannels(HostFile* fp, int anChannels[3]);
  *  has none. */
 KS_API int KSHostGetGeoTransform(HostFile* fp, double adTransform[6]);
 KS_API int KSHostSetGeoTransform(HostFile* fp, const double adTransform[6]);
-/** Coordinate system as WKT, owned by the handle; empty when the image has none. */
+/** Coordinate system as WKT, valid as long as a handle on the file is open; empty when the image has none. */
 KS_API const char* KSHostGetCoordinateSystem(HostFile* fp);
 KS_API int KSHostSetCoordinateSystem(HostFile* fp, const char* szWkt);
 /** A channel's no-data value. Returns 1, or 0 when it has none. */
@@ -76,8 +77,8 @@ KS_API int KSHostGetNoData(HostFile* fp, int nChan, double* pdValue);
 KS_API int KSHostSetNoData(HostFile* fp, int nChan, double dValue);
 
 /** Copies coordinate system and geotransform for the window of fpSrc (x offset, y offset, width, height; null: all)
- * that fpDst holds, every nXInt-th pixel and nYInt-th line. Returns 1, also when there is nothing to copy, or 0 after a
- *  report. */
+ * that fpDst holds, every nXInt-th pixel and nYInt-th line. No-data values are not copied. Returns 1, also when there
+ * is nothing to copy, or 0 after a report. */
 KS_API int KSHostCopyGeoreference(HostFile* fpSrc, HostFile* fpDst, const int* panWindow, int nXInt, int nYInt);
 
 #ifdef __cplusplus

@@ -43,10 +43,6 @@ int channelType(HostFile* fp, int channel) {
     });
 }
 
-bool inside(const RasterFacts& facts, std::int64_t x, std::int64_t y, std::int64_t width, std::int64_t height) {
-    return x >= 0 && y >= 0 && width >= 1 && height >= 1 && x + width <= facts.width && y + height <= facts.height;
-}
-
 struct Request {
     int mode, xOff, yOff, xSize, ySize;
     float* buffer;
@@ -147,6 +143,11 @@ void checkChannels(HostFile* fp, const char* szParam, const int* panChans, int n
 }
 
 }  // namespace
+
+bool inside(const RasterFacts& facts, int x, int y, int width, int height) {
+    return x >= 0 && y >= 0 && width >= 1 && height >= 1 && x <= facts.width - width && y <= facts.height - height;
+}
+
 }  // namespace kshost
 
 using kshost::RasterFacts;

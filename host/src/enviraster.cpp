@@ -39,6 +39,8 @@ constexpr std::array<std::string_view, 9> kStructureKeys = {"samples",
 
 bool startsAsEnvi(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
+    // One that may not be read is a header all the same, for who opens it to say so.
+    if (!file) return pathExists(path);
     std::array<char, 7> start{};
     file.read(start.data(), start.size());
     const char* text = std::memcmp(start.data(), "\xef\xbb\xbf", 3) == 0 ? start.data() + 3 : start.data();
@@ -57,8 +59,29 @@ std::int64_t wholeEntry(const EnviHeader& header, const char* key, std::int64_t 
     return static_cast<std::int64_t>(*value);
 }
 
+bool says(const EnviHeader& header, const char* key) {
+    const std::string* text = header.find(key);
+    return text != nullptr && !trimmed(*text).empty();
+}
+
 std::int64_t wholeEntryOr(const EnviHeader& header, const char* key, std::int64_t otherwise, std::int64_t highest) {
-    return header.find(key) == nullptr ? otherwise : wholeEntry(header, key, 0, highest);
+    return says(header, key) ? wholeEntry(header, key, 0, highest) : otherwise;
+}
+
+// The order of the samples. A header that leaves it open means the plainest one; a name that says otherwise is worth a
+// word, since one header may lie beside two images.
+std::string interleaveOf(const EnviHeader& header, const std::string& path, std::vector<std::string>& remarks) {
+    const bool named = says(header, "interleave");
+    const std::string text = named ? lowered(trimmed(*header.find("interleave"))) : "bsq";
+    const std::string order = text.substr(0, 3);
+    if (!named) remarks.emplace_back("the header does not name the interleave: taken as bsq");
+    if (order != "bip" && order != "bil" && order != "bsq")
+        throw std::runtime_error("the header's \"interleave = " + text.substr(0, 40) + "\" is unknown");
+    for (const char* other : {"bip", "bil", "bsq"})
+        if (order != other && lowered(path) == lowered(withExtension(path, std::string(".") + other)))
+            remarks.push_back("the header says that the samples are " + order + " and the name says " + other +
+                              "; the header counts");
+    return order;
 }
 
 struct EnviType {
@@ -91,8 +114,7 @@ bool readLayout(const EnviHeader& header, RawLayout& layout, RasterFacts& facts)
             if (leadingNumber(item.c_str()) != 0.0)
                 throw std::runtime_error("images with \"major frame offsets\" are not read here");
 
-    const std::string* interleave = header.find("interleave");
-    const std::string order = interleave == nullptr ? "bsq" : lowered(trimmed(*interleave));
+    const std::string order = interleaveOf(header, layout.path, facts.remarks);
     const std::int64_t code = wholeEntry(header, "data type", 0, 1000);
     if (code == 6 || code == 9) return false;
     const auto* type = std::find_if(kTypes.begin(), kTypes.end(), [code](const EnviType& t) { return t.code == code; });
@@ -107,23 +129,21 @@ bool readLayout(const EnviHeader& header, RawLayout& layout, RasterFacts& facts)
         if (__builtin_mul_overflow(a, b, &result)) throw std::runtime_error("the image is larger than a file can be");
         return result;
     };
-    if (startsWith(order, "bip")) {
+    if (order == "bip") {
         facts.interleave = "BIP";
         layout.bandStride = bytes;
         layout.pixelStride = product(bytes, layout.bands);
         layout.lineStride = product(layout.pixelStride, layout.width);
-    } else if (startsWith(order, "bil")) {
+    } else if (order == "bil") {
         facts.interleave = "BIL";
         layout.pixelStride = bytes;
         layout.bandStride = product(bytes, layout.width);
         layout.lineStride = product(layout.bandStride, layout.bands);
-    } else if (startsWith(order, "bsq")) {
+    } else {
         facts.interleave = "BSQ";
         layout.pixelStride = bytes;
         layout.lineStride = product(bytes, layout.width);
         layout.bandStride = product(layout.lineStride, layout.height);
-    } else {
-        throw std::runtime_error("the header's \"interleave = " + order.substr(0, 40) + "\" is unknown");
     }
     const std::string problem = layout.problem();
     if (!problem.empty()) throw std::runtime_error(problem);
@@ -297,20 +317,20 @@ public:
     }
 };
 
-// A short file is opened all the same: what is there can be read.
-void remarkOnLength(const std::string& path, const RawLayout& layout, RasterFacts& facts) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0 || status.st_size >= layout.fileSize()) return;
-    facts.remarks.push_back("the file has " + std::to_string(status.st_size) + " bytes where its header says " +
-                            std::to_string(layout.fileSize()) + ": the samples at its end are missing");
-}
-
 }  // namespace
 
-std::string findEnviHeader(const std::string& path) {
+std::vector<std::string> enviHeaderNames(const std::string& path) {
+    // The image's whole name first: a header that bears only a part of it may belong to a namesake.
+    std::vector<std::string> names;
+    for (const char* extension : {".hdr", ".HDR"}) names.push_back(path + extension);
     for (const char* extension : {".hdr", ".HDR"})
-        for (const std::string& candidate : {withExtension(path, extension), path + extension})
-            if (candidate != path && startsAsEnvi(candidate)) return candidate;
+        if (std::string name = withExtension(path, extension); name != path) names.push_back(std::move(name));
+    return names;
+}
+
+std::string findEnviHeader(const std::string& path) {
+    for (std::string& name : enviHeaderNames(path))
+        if (startsAsEnvi(name)) return std::move(name);
     return {};
 }
 
@@ -330,7 +350,6 @@ std::unique_ptr<Raster> openEnvi(const std::string& path, const std::string& hea
         gatherThroughGdal(entries, facts);
         facts.defaultChannels = defaultBands(entries, facts.channels);
         mergeAuxiliaryFile(path + ".aux.xml", facts);
-        remarkOnLength(path, layout, facts);
         return std::make_unique<EnviRaster>(std::move(facts), std::move(layout), writable);
     } catch (const std::exception& e) {
         why = header + ": " + e.what();
@@ -346,7 +365,7 @@ std::unique_ptr<Raster> createEnvi(const std::string& path, int width, int heigh
         why = "a name that ends in .hdr is for the header of an image";
         return nullptr;
     }
-    for (const std::string& other : {header, withExtension(path, ".HDR"), path + ".hdr", path + ".HDR"})
+    for (const std::string& other : enviHeaderNames(path))
         if (pathExists(other)) {
             why = other + " exists";
             return nullptr;

@@ -18,9 +18,6 @@ struct Georeference {
     std::optional<std::array<double, 6>> transform;  // GDAL's order; absent when the image has none
     std::string wkt;                                 // coordinate system; empty when the image has none
     std::map<int, double> noData;                    // by channel, from 1
-    bool operator==(const Georeference& o) const {
-        return transform == o.transform && wkt == o.wkt && noData == o.noData;
-    }
 };
 
 struct RasterFacts {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <set>
@@ -39,12 +40,22 @@ HostFile* enrolled(std::unique_ptr<HostFile> file) {
     return file.release();
 }
 
-// Samples that another handle has written but not yet handed to the system.
-void flushOthers(const std::string& name) {
-    const std::string path = fileOfName(name);
+// Samples that another handle has written but not yet handed to the system. A file may have several names.
+void flushOthers(const std::string& path) {
     const std::lock_guard<std::mutex> guard(registry().lock);
+    std::error_code ignored;
     for (const HostFile* other : registry().files)
-        if (other->writable && other->raster != nullptr && fileOfName(other->name) == path) other->raster->flush();
+        if (other->writable && other->raster != nullptr && std::filesystem::equivalent(other->path, path, ignored))
+            other->raster->flush();
+}
+
+std::unique_ptr<HostFile> newHandle(const char* szFileName, bool writable) {
+    auto file = std::make_unique<HostFile>();
+    file->name = szFileName;
+    file->path = fileOfName(file->name);
+    file->sidecar = sidecarPath(file->name);
+    file->writable = writable;
+    return file;
 }
 
 std::nullptr_t refused(const char* caller, const std::string& name, const std::string& why) {
@@ -70,11 +81,8 @@ HostFile* open(const char* szFileName, const char* szAccess) {
     const bool writable = std::strcmp(szAccess, "r+") == 0;
     if (!writable && std::strcmp(szAccess, "r") != 0)
         return refused(kCaller, szFileName, std::string("unknown access \"") + szAccess + "\"");
-    flushOthers(szFileName);
-    auto file = std::make_unique<HostFile>();
-    file->name = szFileName;
-    file->sidecar = sidecarPath(file->name);
-    file->writable = writable;
+    auto file = newHandle(szFileName, writable);
+    flushOthers(file->path);
     std::string why;
     file->raster = openRaster(file->name, writable, why);
     if (file->raster == nullptr) return refused(kCaller, szFileName, why);
@@ -100,7 +108,7 @@ int typeOfCounts(const int* counts) {
 // Takes a new image away again.
 void discard(std::unique_ptr<HostFile> file) {
     const std::string header = file->raster->facts().headerPath;
-    const std::string path = fileOfName(file->name);
+    const std::string path = file->path;
     file.reset();
     ::unlink(path.c_str());
     if (!header.empty()) ::unlink(header.c_str());
@@ -114,10 +122,7 @@ HostFile* create(const char* szFileName, int nXSize, int nYSize, const int* panC
         return refused(kCaller, szFileName, std::string("the interleave \"") + szInterleave + "\" is not \"PIXEL\"");
     const int type = typeOfCounts(panChannels);
     if (type == 0) return refused(kCaller, szFileName, "an image has channels of exactly one type");
-    auto file = std::make_unique<HostFile>();
-    file->name = szFileName;
-    file->sidecar = sidecarPath(file->name);
-    file->writable = true;
+    auto file = newHandle(szFileName, true);
     std::string why;
     file->raster = createRaster(file->name, nXSize, nYSize, panChannels[type - 1], type, why);
     if (file->raster == nullptr) return refused(kCaller, szFileName, why);
@@ -163,12 +168,9 @@ bool close(HostFile* fp) {
     return stored;
 }
 
-bool sameFile(const std::string& name, const std::string& other) {
-    struct stat one {};
-    struct stat two {};
-    if (name == other) return true;
-    return ::stat(fileOfName(name).c_str(), &one) == 0 && ::stat(fileOfName(other).c_str(), &two) == 0 &&
-           one.st_dev == two.st_dev && one.st_ino == two.st_ino;
+bool isFile(const std::string& name, const HostFile& file) {
+    std::error_code ignored;
+    return name == file.name || std::filesystem::equivalent(fileOfName(name), file.path, ignored);
 }
 
 }  // namespace
@@ -181,7 +183,7 @@ HostFile* openCubeNamed(const std::string& name) {
     const std::lock_guard<std::mutex> guard(registry().lock);
     HostFile* found = nullptr;
     for (HostFile* file : registry().files) {
-        if (dynamic_cast<const VqRaster*>(file->raster.get()) == nullptr || !sameFile(name, file->name)) continue;
+        if (dynamic_cast<const VqRaster*>(file->raster.get()) == nullptr || !isFile(name, *file)) continue;
         if (found == nullptr || (file->writable && !found->writable)) found = file;
     }
     return found;
@@ -193,6 +195,7 @@ void makeLentHandles(HostFile& file, const std::vector<std::string>& names) {
         handles.push_back(std::make_unique<HostFile>());
         HostFile& channel = *handles.back();
         channel.name = name;
+        channel.path = file.path;
         channel.sidecar = file.sidecar;
         channel.store = file.store;
         channel.cube = &file;

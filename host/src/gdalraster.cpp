@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -26,8 +27,8 @@ std::int64_t physicalMemory() {
     return static_cast<std::int64_t>(::sysconf(_SC_PHYS_PAGES)) * static_cast<std::int64_t>(::sysconf(_SC_PAGESIZE));
 }
 
-// Room in GDAL's cache for one row of blocks of every channel, up to a quarter of the machine's memory.
-void makeRoomForBlockRow(GDALDataset& dataset) {
+// One row of blocks of every channel, and a little more.
+std::int64_t blockRowBytes(GDALDataset& dataset) {
     std::int64_t wanted = 0;
     for (int i = 1; i <= dataset.GetRasterCount(); ++i) {
         GDALRasterBand* band = dataset.GetRasterBand(i);
@@ -36,25 +37,45 @@ void makeRoomForBlockRow(GDALDataset& dataset) {
         const std::int64_t across = (std::int64_t{dataset.GetRasterXSize()} + blockWidth - 1) / blockWidth;
         wanted += across * blockWidth * blockHeight * GDALGetDataTypeSizeBytes(band->GetRasterDataType());
     }
-    wanted = std::min(wanted + wanted / 8 + (std::int64_t{4} << 20), physicalMemory() / 4);
-    if (wanted > GDALGetCacheMax64()) GDALSetCacheMax64(wanted);
+    return wanted + wanted / 8 + (std::int64_t{4} << 20);
+}
+
+// Room in GDAL's cache, which all open images share, for a row of blocks of each; up to a quarter of the machine's
+// memory.
+class CacheRoom {
+public:
+    explicit CacheRoom(std::int64_t bytes) : bytes_(bytes) {
+        const std::int64_t wanted = std::min(all_ += bytes_, physicalMemory() / 4);
+        if (wanted > GDALGetCacheMax64()) GDALSetCacheMax64(wanted);
+    }
+    ~CacheRoom() { all_ -= bytes_; }
+    CacheRoom(const CacheRoom&) = delete;
+    CacheRoom& operator=(const CacheRoom&) = delete;
+
+private:
+    static inline std::atomic<std::int64_t> all_{0};
+    std::int64_t bytes_;
+};
+
+bool hasSignedBytes(GDALRasterBand& band) {
+    const char* kind = band.GetMetadataItem("PIXELTYPE", "IMAGE_STRUCTURE");
+    return kind != nullptr && EQUAL(kind, "SIGNEDBYTE");
 }
 
 class GdalRaster : public Raster {
 public:
     GdalRaster(GdalDataset dataset, std::string path, RasterFacts facts, std::string whyReadOnly)
-        : dataset_(std::move(dataset)), path_(std::move(path)), whyReadOnly_(std::move(whyReadOnly)) {
+        : dataset_(std::move(dataset)),
+          room_(blockRowBytes(*dataset_)),
+          path_(std::move(path)),
+          whyReadOnly_(std::move(whyReadOnly)) {
         facts_ = std::move(facts);
         int blockWidth = 0;
         dataset_->GetRasterBand(1)->GetBlockSize(&blockWidth, &blockHeight_);
         blockHeight_ = std::max(1, blockHeight_);
-        for (int i = 1; i <= facts_.channels; ++i) {
-            const char* kind = dataset_->GetRasterBand(i)->GetMetadataItem("PIXELTYPE", "IMAGE_STRUCTURE");
-            signedBytes_.push_back(kind != nullptr && EQUAL(kind, "SIGNEDBYTE"));
-        }
+        for (int i = 1; i <= facts_.channels; ++i) signedBytes_.push_back(hasSignedBytes(*dataset_->GetRasterBand(i)));
         if (std::find(signedBytes_.begin(), signedBytes_.end(), true) != signedBytes_.end())
             whyReadOnly_ = "images of signed bytes are not written here";
-        makeRoomForBlockRow(*dataset_);
     }
 
     // Closing writes what GDAL still holds.
@@ -67,8 +88,9 @@ public:
 
     std::string read(const Transfer& t, float* buffer) override {
         const GdalMessages messages;
-        const bool plain = t.bufWidth == t.width && t.bufHeight == t.height;
-        const std::string why = plain ? readPlain(t, buffer, messages) : readReduced(t, buffer, messages);
+        if (dataset_ == nullptr) return "the image could not be opened again after it was written";
+        const std::string why =
+            t.everyColumn() && t.everyLine() ? readPlain(t, buffer, messages) : readReduced(t, buffer, messages);
         if (why.empty()) mendSignedBytes(t, buffer);
         return why;
     }
@@ -104,7 +126,19 @@ public:
         return {};
     }
 
+    // GDAL keeps the end of compressed samples back until an image is closed; the next write opens it again.
     std::string flush() override {
+        if (!written_) return {};
+        const GdalMessages messages;
+        dataset_.reset();
+        openForWriting_ = written_ = false;
+        dataset_ = openTiff(GDAL_OF_READONLY);
+        return messages.text("");
+    }
+
+protected:
+    /// Hands the samples to the system and keeps the image open for writing.
+    std::string flushCache() {
         if (!written_) return {};
         const GdalMessages messages;
         dataset_->FlushCache(false);
@@ -112,8 +146,6 @@ public:
         if (why.empty()) written_ = false;
         return why;
     }
-
-protected:
     GDALDataset& dataset() { return *dataset_; }
     void markOpenForWriting() { openForWriting_ = true; }
     void markWritten() { written_ = true; }
@@ -159,21 +191,20 @@ private:
         const std::size_t channels = t.channels.size();
         const std::int64_t widest =
             std::max<std::int64_t>(1, kStripBytes / static_cast<std::int64_t>(channels * sizeof(float)));
-        const auto column = [&t](std::int64_t i) { return (i * t.width) / t.bufWidth; };
         std::vector<float> piece;
         for (std::int64_t row = 0; row < t.bufHeight; ++row) {
-            const int y = static_cast<int>(t.yOff + (row * t.height) / t.bufHeight);
+            const int y = static_cast<int>(t.line(row));
             float* to = buffer + static_cast<std::size_t>(row) * static_cast<std::size_t>(t.bufWidth) * channels;
             for (std::int64_t first = 0; first < t.bufWidth;) {
-                const std::int64_t start = column(first);
+                const std::int64_t start = t.column(first);
                 std::int64_t next = first + 1;
-                while (next < t.bufWidth && column(next) - start < widest) ++next;
-                const int width = static_cast<int>(column(next - 1) - start + 1);
+                while (next < t.bufWidth && t.column(next) - start < widest) ++next;
+                const int width = static_cast<int>(t.column(next - 1) - start + 1);
                 piece.resize(static_cast<std::size_t>(width) * channels);
-                if (readInto(t, static_cast<int>(t.xOff + start), y, width, 1, piece.data()) != CE_None)
+                if (readInto(t, static_cast<int>(start), y, width, 1, piece.data()) != CE_None)
                     return messages.text("the samples cannot be read");
                 for (; first < next; ++first)
-                    std::copy_n(piece.data() + static_cast<std::size_t>(column(first) - start) * channels, channels,
+                    std::copy_n(piece.data() + static_cast<std::size_t>(t.column(first) - start) * channels, channels,
                                 to + static_cast<std::size_t>(first) * channels);
             }
         }
@@ -191,13 +222,16 @@ private:
         }
     }
 
+    GdalDataset openTiff(unsigned access) const {
+        const char* const drivers[] = {"GTiff", nullptr};
+        return GdalDataset(GDALDataset::Open(path_.c_str(), GDAL_OF_RASTER | access, drivers, nullptr, nullptr));
+    }
+
     // A foreign file is opened for update only when samples are to be written, so that nothing else can touch it.
     std::string prepareToWrite(const GdalMessages& messages) {
         if (!whyReadOnly_.empty()) return whyReadOnly_;
         if (openForWriting_) return {};
-        const char* const drivers[] = {"GTiff", nullptr};
-        GdalDataset writable(
-            GDALDataset::Open(path_.c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
+        GdalDataset writable = openTiff(GDAL_OF_UPDATE);
         if (writable == nullptr) return messages.text("the file cannot be written");
         dataset_ = std::move(writable);
         openForWriting_ = true;
@@ -205,6 +239,7 @@ private:
     }
 
     GdalDataset dataset_;
+    CacheRoom room_;
     std::string path_;
     std::string whyReadOnly_;
     int blockHeight_ = 1;
@@ -222,6 +257,8 @@ public:
         markOpenForWriting();
         markWritten();
     }
+
+    std::string flush() override { return flushCache(); }
 
     std::string describe(const StringList& fileList, const std::vector<StringList>& channelLists,
                          const Georeference& georeference) override {
@@ -298,8 +335,7 @@ bool rawLayoutOf(GDALDataset& dataset, const std::string& path, RawLayout& layou
     GDALDataset::RawBinaryLayout raw;
     if (!dataset.GetRawBinaryLayout(raw) || raw.osRawFilename != path) return false;
     if (!sampleTypeOf(raw.eDataType, layout.type)) return false;
-    const char* kind = dataset.GetRasterBand(1)->GetMetadataItem("PIXELTYPE", "IMAGE_STRUCTURE");
-    if (kind != nullptr && EQUAL(kind, "SIGNEDBYTE")) return false;
+    if (hasSignedBytes(*dataset.GetRasterBand(1))) return false;
     layout.path = path;
     layout.bigEndian = !raw.bLittleEndianOrder;
     layout.width = dataset.GetRasterXSize();
@@ -316,7 +352,7 @@ bool rawLayoutOf(GDALDataset& dataset, const std::string& path, RawLayout& layou
 std::string whyNotWritable(const std::string& driver, const std::string& path, bool writable) {
     if (!writable) return "the file was opened for reading only";
     if (driver != "GTiff") return driver + " images cannot be written here";
-    if (::access(path.c_str(), W_OK) != 0) return std::string("the file cannot be written: ") + std::strerror(errno);
+    if (::eaccess(path.c_str(), W_OK) != 0) return std::string("the file cannot be written: ") + std::strerror(errno);
     return {};
 }
 
@@ -346,8 +382,24 @@ std::string GdalMessages::text(const std::string& otherwise) const {
     return all.empty() ? otherwise : all;
 }
 
+std::string wktOf(const OGRSpatialReference& system) {
+    // Some systems have no form in the older notation.
+    for (const char* notation : {"FORMAT=WKT1_GDAL", "FORMAT=WKT2_2019"}) {
+        const char* const options[] = {notation, nullptr};
+        char* text = nullptr;
+        const bool done = system.exportToWkt(&text, options) == OGRERR_NONE && text != nullptr;
+        const std::string wkt = done ? text : "";
+        CPLFree(text);
+        if (done) return wkt;
+    }
+    return {};
+}
+
 RawRaster::RawRaster(RasterFacts facts, RawLayout layout, bool writable) : cube_(std::move(layout), writable) {
     facts_ = std::move(facts);
+    // A short file is opened all the same: what is there can be read.
+    if (const std::string shortness = cube_.shortness(); !shortness.empty())
+        facts_.remarks.push_back(shortness + ": the samples at its end are missing");
 }
 
 int channelTypeOf(GDALDataType type) {
@@ -387,8 +439,7 @@ void gatherStructure(GDALDataset& dataset, RasterFacts& facts) {
     facts.interleave = interleaveOf(dataset);
     for (int i = 1; i <= facts.channels; ++i) {
         GDALRasterBand* band = dataset.GetRasterBand(i);
-        const char* kind = band->GetMetadataItem("PIXELTYPE", "IMAGE_STRUCTURE");
-        const bool signedByte = kind != nullptr && EQUAL(kind, "SIGNEDBYTE");
+        const bool signedByte = hasSignedBytes(*band);
         facts.channelTypes.push_back(signedByte ? channelTypeOf(GDT_Int16) : channelTypeOf(band->GetRasterDataType()));
         if (i == 1) facts.sampleType = signedByte ? "Int8" : GDALGetDataTypeName(band->GetRasterDataType());
         if (i == 1 && GDALDataTypeIsComplex(band->GetRasterDataType()) != FALSE)
@@ -424,15 +475,8 @@ std::vector<int> displayChannels(GDALDataset& dataset) {
 std::string coordinateSystem(GDALDataset& dataset) {
     const char* wkt = dataset.GetProjectionRef();
     if (wkt != nullptr && wkt[0] != '\0') return wkt;
-    // Some systems have no form in the older notation.
     const OGRSpatialReference* system = dataset.GetSpatialRef();
-    if (system == nullptr) return {};
-    char* text = nullptr;
-    const char* const options[] = {"FORMAT=WKT2_2019", nullptr};
-    std::string result;
-    if (system->exportToWkt(&text, options) == OGRERR_NONE && text != nullptr) result = text;
-    CPLFree(text);
-    return result;
+    return system != nullptr ? wktOf(*system) : std::string();
 }
 
 bool noDataOf(GDALRasterBand& band, double& value) {
@@ -526,10 +570,6 @@ std::unique_ptr<Raster> openGdal(const std::string& path, bool writable, const H
         const std::string readOnly = whyNotWritable(facts.driver, path, writable);
         return std::make_unique<GdalRaster>(std::move(dataset), path, std::move(facts), readOnly);
     }
-    struct stat status {};
-    if (::stat(path.c_str(), &status) == 0 && status.st_size < layout.fileSize())
-        facts.remarks.push_back("the file has " + std::to_string(status.st_size) + " bytes where it should have " +
-                                std::to_string(layout.fileSize()) + ": the samples at its end are missing");
     try {
         return std::make_unique<RawRaster>(std::move(facts), std::move(layout), writable);
     } catch (const std::exception& e) {

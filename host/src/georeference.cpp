@@ -71,10 +71,7 @@ std::string copyPlace(const HostFile& source, const int* panWindow, int xInt, in
     const RasterFacts& facts = source.raster->facts();
     const std::array<int, 4> whole = {0, 0, facts.width, facts.height};
     const int* window = panWindow != nullptr ? panWindow : whole.data();
-    const bool inside = window[0] >= 0 && window[1] >= 0 && window[2] >= 1 && window[3] >= 1 &&
-                        std::int64_t{window[0]} + window[2] <= facts.width &&
-                        std::int64_t{window[1]} + window[3] <= facts.height;
-    if (!inside) return "the window does not lie in " + source.name;
+    if (!inside(facts, window[0], window[1], window[2], window[3])) return "the window does not lie in " + source.name;
     if (xInt < 1 || yInt < 1) return "the sampling intervals must be 1 or more";
     const Georeference& from = source.store->georeference();
     if (from.transform) place.transform = windowed(*from.transform, window[0], window[1], xInt, yInt);

@@ -9,8 +9,9 @@
 #include "store.hpp"
 
 struct HostFile {
-    std::string name;
-    std::string sidecar;  // where its sidecar is or would be
+    std::string name;     // as it was given
+    std::string path;     // of the file behind the name, absolute
+    std::string sidecar;  // where its sidecar is or would be, absolute
     bool writable = false;
     bool rasterBroken = false;  // a transfer failed: writes to the raster are refused from then on
     int references = 1;
@@ -26,6 +27,8 @@ namespace kshost {
 
 /// The file behind a live handle, or null after a report naming the caller.
 HostFile* live(HostFile* fp, const char* caller);
+/// True when a window has samples and lies in the image.
+bool inside(const RasterFacts& facts, int x, int y, int width, int height);
 /// Stores what was gathered for the file and rewrites the header of an image that the host created. Reports on failure.
 bool commitFile(HostFile& file);
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <numeric>
 #include <set>
 
 #include "rasterformats.hpp"
@@ -21,6 +22,8 @@ using Array = std::shared_ptr<GDALMDArray>;
 
 constexpr std::int64_t kMostBoxBytes = std::int64_t{256} << 20;
 constexpr std::int64_t kPlainBoxBytes = std::int64_t{8} << 20;
+// Less than this between two wanted bands is cheaper to read than to skip.
+constexpr std::int64_t kGapBytes = 4096;
 constexpr int kDeepestGroup = 16;
 constexpr std::size_t kLongestAttribute = 4096;
 
@@ -208,26 +211,30 @@ public:
 
     std::string read(const Transfer& t, float* buffer) override {
         const GdalMessages messages;
-        const auto [low, high] = std::minmax_element(t.channels.begin(), t.channels.end());
-        const std::int64_t firstBand = *low - 1;
-        const std::int64_t bands = *high - *low + 1;
+        const std::vector<BandRun> runs = runsOf(t.channels);
+        held_.resize(runs.size());
+        std::int64_t bands = 0;
+        for (const BandRun& run : runs) bands += rounded(run.last - run.first + 1, block_[band_]);
+        const std::int64_t lines = linesAtOnce(bands, t.width);
         for (std::int64_t row = 0; row < t.bufHeight;) {
-            const std::int64_t line = lineOf(t, row);
+            const std::int64_t line = t.line(row);
             std::int64_t rows = 1;
-            const std::int64_t lines = linesAtOnce(bands, t.width);
-            while (row + rows < t.bufHeight && lineOf(t, row + rows) < (line / lines + 1) * lines) ++rows;
-            const std::int64_t lastLine = lineOf(t, row + rows - 1);
+            while (row + rows < t.bufHeight && t.line(row + rows) < (line / lines + 1) * lines) ++rows;
+            const std::int64_t lastLine = t.line(row + rows - 1);
             const std::int64_t step = columnsAtOnce(bands, lastLine - line + 1, t.width);
             for (std::int64_t first = 0; first < t.bufWidth;) {
-                const std::int64_t x = columnOf(t, first);
+                const std::int64_t x = t.column(first);
                 std::int64_t next = first + 1;
-                while (next < t.bufWidth && columnOf(t, next) - x < step) ++next;
+                while (next < t.bufWidth && t.column(next) - x < step) ++next;
                 Box wanted;
-                set(wanted, band_, firstBand, bands);
                 set(wanted, line_, line, lastLine - line + 1);
-                set(wanted, column_, x, columnOf(t, next - 1) - x + 1);
-                if (!holdBox(wanted)) return messages.text("the samples cannot be read");
-                for (std::int64_t r = row; r < row + rows; ++r) copyRow(t, r, first, next, buffer);
+                set(wanted, column_, x, t.column(next - 1) - x + 1);
+                for (std::size_t i = 0; i < runs.size(); ++i) {
+                    set(wanted, band_, runs[i].first, runs[i].last - runs[i].first + 1);
+                    if (!hold(held_[i], wanted)) return messages.text("the samples cannot be read");
+                    for (std::int64_t r = row; r < row + rows; ++r)
+                        copyRow(t, runs[i], held_[i], r, first, next, buffer);
+                }
                 first = next;
             }
             row += rows;
@@ -244,8 +251,35 @@ private:
         box.start[axis] = start;
         box.count[axis] = count;
     }
-    static std::int64_t lineOf(const Transfer& t, std::int64_t row) { return t.yOff + (row * t.height) / t.bufHeight; }
-    static std::int64_t columnOf(const Transfer& t, std::int64_t i) { return t.xOff + (i * t.width) / t.bufWidth; }
+
+    /// Bands that are read together, and where in the channel list they are wanted.
+    struct BandRun {
+        std::int64_t first, last;
+        std::vector<std::size_t> places;
+    };
+
+    // Bands with a chunk that nobody wants between them, or with much of the file, are read apart.
+    std::vector<BandRun> runsOf(const std::vector<int>& channels) const {
+        std::vector<std::size_t> places(channels.size());
+        std::iota(places.begin(), places.end(), std::size_t{0});
+        std::stable_sort(places.begin(), places.end(),
+                         [&](std::size_t a, std::size_t b) { return channels[a] < channels[b]; });
+        std::vector<BandRun> runs;
+        for (const std::size_t place : places) {
+            const std::int64_t band = channels[place] - 1;
+            if (runs.empty() || !together(runs.back().last, band)) runs.push_back({band, band, {}});
+            runs.back().last = band;
+            runs.back().places.push_back(place);
+        }
+        return runs;
+    }
+    bool together(std::int64_t band, std::int64_t next) const {
+        if (block_[band_] > 1) return next / block_[band_] - band / block_[band_] <= 1;
+        std::int64_t between = std::max<std::int64_t>(0, next - band - 1) * sampleBytes();
+        for (std::size_t axis = band_ + 1; axis < 3; ++axis)
+            if (__builtin_mul_overflow(between, chunked_ ? block_[axis] : size_[axis], &between)) return false;
+        return between <= kGapBytes;
+    }
 
     std::int64_t sampleBytes() const { return static_cast<std::int64_t>(sampleSize(type_)); }
     static std::int64_t rounded(std::int64_t value, std::int64_t step) { return (value + step - 1) / step * step; }
@@ -273,66 +307,75 @@ private:
         return bytes;
     }
 
+    // A box of the array in memory.
+    struct Held {
+        Box box;
+        std::vector<unsigned char> bytes;
+    };
+
     // Reads the wanted box, grown to whole chunks where they are not too many; a box read before serves again.
-    bool holdBox(const Box& wanted) {
-        if (!held_.empty() && box_.contains(wanted)) return true;
+    bool hold(Held& held, const Box& wanted) const {
+        if (!held.bytes.empty() && held.box.contains(wanted)) return true;
         Box box = wanted;
         for (std::size_t i = 0; i < 3; ++i) {
             const std::int64_t start = box.start[i] / block_[i] * block_[i];
             const std::int64_t end = std::min(rounded(box.start[i] + box.count[i], block_[i]), size_[i]);
             set(box, i, start, end - start);
         }
-        if (bytesOf(box) > kMostBoxBytes) box = wanted;
+        if (bytesOf(box) > kMostBoxBytes / static_cast<std::int64_t>(held_.size())) box = wanted;
         std::array<GUInt64, 3> start{};
         std::array<std::size_t, 3> count{};
         for (std::size_t i = 0; i < 3; ++i) {
             start[i] = static_cast<GUInt64>(box.start[i]);
             count[i] = static_cast<std::size_t>(box.count[i]);
         }
-        held_.resize(static_cast<std::size_t>(bytesOf(box)));
-        box_ = box;
+        held.bytes.resize(static_cast<std::size_t>(bytesOf(box)));
+        held.box = box;
         const std::size_t skip = hasBands_ ? 0 : 1;
         if (array_->Read(start.data() + skip, count.data() + skip, nullptr, nullptr, array_->GetDataType(),
-                         held_.data()))
+                         held.bytes.data()))
             return true;
-        held_.clear();
+        held.bytes.clear();
         return false;
     }
 
-    void copyRow(const Transfer& t, std::int64_t row, std::int64_t first, std::int64_t next, float* buffer) {
+    // Columns first to next of one row of the buffer, in the channels of one run.
+    void copyRow(const Transfer& t, const BandRun& run, const Held& held, std::int64_t row, std::int64_t first,
+                 std::int64_t next, float* buffer) {
         const SampleCodec& codec = sampleCodec(type_, false);
+        const std::size_t bytes = sampleSize(type_);
+        const Box& box = held.box;
         std::array<std::size_t, 3> stride{};
         stride[2] = 1;
-        stride[1] = static_cast<std::size_t>(box_.count[2]);
-        stride[0] = stride[1] * static_cast<std::size_t>(box_.count[1]);
-        const std::size_t channels = t.channels.size();
-        const unsigned char* line = held_.data() + static_cast<std::size_t>(lineOf(t, row) - box_.start[line_]) *
-                                                       stride[line_] * sampleSize(type_);
-        float* to = buffer + (static_cast<std::size_t>(row) * static_cast<std::size_t>(t.bufWidth) +
-                              static_cast<std::size_t>(first)) *
-                                 channels;
+        stride[1] = static_cast<std::size_t>(box.count[2]);
+        stride[0] = stride[1] * static_cast<std::size_t>(box.count[1]);
+        const auto within = [&box](std::size_t axis, std::int64_t at) {
+            return static_cast<std::size_t>(at - box.start[axis]);
+        };
+        const unsigned char* line = held.bytes.data() + within(line_, t.line(row)) * stride[line_] * bytes;
         const auto count = static_cast<std::size_t>(next - first);
         columns_.resize(count);
         for (std::size_t i = 0; i < count; ++i)
-            columns_[i] =
-                static_cast<std::size_t>(columnOf(t, first + static_cast<std::int64_t>(i)) - box_.start[column_]);
-        const auto bandAt = [&](std::size_t c) {
-            return static_cast<std::size_t>(t.channels[c] - 1 - box_.start[band_]);
-        };
-        if (stride[column_] == 1 && hasBands_) {
-            picked_.resize(count * channels * sampleSize(type_));
-            rows_.resize(channels);
-            for (std::size_t c = 0; c < channels; ++c) {
-                unsigned char* row0 = picked_.data() + c * count * sampleSize(type_);
-                codec.pickColumns(line + bandAt(c) * stride[band_] * sampleSize(type_), columns_.data(), count, row0);
-                rows_[c] = row0;
-            }
-            codec.rowsToPixels(rows_.data(), channels, count, to, channels);
-            return;
+            columns_[i] = within(column_, t.column(first + static_cast<std::int64_t>(i)));
+        offsets_.clear();
+        for (const std::size_t place : run.places)
+            offsets_.push_back(within(band_, t.channels[place] - 1) * stride[band_]);
+        picked_.resize(count * offsets_.size());
+        if (stride[column_] == 1 && t.everyColumn()) {
+            rows_.clear();
+            for (const std::size_t offset : offsets_) rows_.push_back(line + (offset + columns_.front()) * bytes);
+            codec.rowsToPixels(rows_.data(), rows_.size(), count, picked_.data(), rows_.size());
+        } else {
+            codec.pickPixels(line, stride[column_], columns_.data(), count, offsets_.data(), offsets_.size(),
+                             picked_.data());
         }
-        offsets_.resize(channels);
-        for (std::size_t c = 0; c < channels; ++c) offsets_[c] = bandAt(c) * stride[band_];
-        codec.pickPixels(line, stride[column_], columns_.data(), count, offsets_.data(), channels, to);
+        const std::size_t channels = t.channels.size();
+        float* to = buffer + (static_cast<std::size_t>(row) * static_cast<std::size_t>(t.bufWidth) +
+                              static_cast<std::size_t>(first)) *
+                                 channels;
+        const float* from = picked_.data();
+        for (std::size_t i = 0; i < count; ++i, to += channels)
+            for (const std::size_t place : run.places) to[place] = *from++;
     }
 
     GdalDataset dataset_;
@@ -343,23 +386,18 @@ private:
     std::array<std::int64_t, 3> size_{};
     std::array<std::int64_t, 3> block_{};
     bool chunked_ = false;
-    Box box_;
-    std::vector<unsigned char> held_;
+    std::vector<Held> held_;  // one for each run of bands
     std::vector<std::size_t> columns_;
     std::vector<std::size_t> offsets_;
-    std::vector<unsigned char> picked_;
     std::vector<const void*> rows_;
+    std::vector<float> picked_;
 };
 
 // ---- facts ----
 
 // Pixel centres at equal distances along both axes make an affine map.
 void addPlace(const GDALMDArray& array, const Axes& axes, RasterFacts& facts) {
-    if (const auto system = array.GetSpatialRef()) {
-        char* text = nullptr;
-        if (system->exportToWkt(&text) == OGRERR_NONE && text != nullptr) facts.georeference.wkt = text;
-        CPLFree(text);
-    }
+    if (const auto system = array.GetSpatialRef()) facts.georeference.wkt = wktOf(*system);
     std::array<double, 2> start{}, step{};
     const std::array<int, 2> which = {axes.column, axes.line};
     for (std::size_t i = 0; i < 2; ++i) {

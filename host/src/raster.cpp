@@ -12,6 +12,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <mutex>
 
@@ -42,24 +43,28 @@ bool startsWithWord(const std::string& text, const char* word) {
     return true;
 }
 
+std::string absolutePath(const std::string& path) {
+    std::error_code failed;
+    const std::string whole = path.empty() ? path : std::filesystem::absolute(path, failed).string();
+    return failed ? path : whole;
+}
+
 // PATH, NETCDF:"PATH":variable, HDF5:"PATH"://variable; the quotes may be missing.
 ImageName parseName(const std::string& name) {
     ImageName parsed;
-    parsed.path = name;
     parsed.netcdf = startsWithWord(name, "NETCDF:");
     parsed.multidim = parsed.netcdf || startsWithWord(name, "HDF5:");
-    if (!parsed.multidim || pathExists(name)) return parsed.multidim = parsed.netcdf = false, parsed;
-    const std::string rest = name.substr(name.find(':') + 1);
-    if (!rest.empty() && rest.front() == '"') {
-        const std::size_t close = rest.find('"', 1);
-        parsed.path = rest.substr(1, close == std::string::npos ? close : close - 1);
-        if (close != std::string::npos && close + 1 < rest.size() && rest[close + 1] == ':')
-            parsed.variable = rest.substr(close + 2);
+    if (!parsed.multidim || pathExists(name)) {
+        parsed.multidim = parsed.netcdf = false;
+        parsed.path = absolutePath(name);
         return parsed;
     }
-    const std::size_t colon = rest.rfind(':');
-    parsed.path = rest.substr(0, colon);
-    if (colon != std::string::npos) parsed.variable = rest.substr(colon + 1);
+    const std::string rest = name.substr(name.find(':') + 1);
+    const bool quoted = !rest.empty() && rest.front() == '"';
+    const std::size_t end = quoted ? rest.find('"', 1) : rest.rfind(':');
+    parsed.path = absolutePath(quoted ? rest.substr(1, end == std::string::npos ? end : end - 1) : rest.substr(0, end));
+    const std::size_t colon = quoted && end != std::string::npos ? end + 1 : end;
+    if (colon < rest.size() && rest[colon] == ':') parsed.variable = rest.substr(colon + 1);
     return parsed;
 }
 
@@ -141,7 +146,10 @@ std::unique_ptr<Raster> openByContent(const ImageName& image, bool writable, std
         return nullptr;
     }
     if (auto raster = openGdal(image.path, writable, nullptr, why)) return raster;
-    if (why.empty()) why = "no image format known here (ENVI with a .hdr beside it, GeoTIFF, netCDF, HDF5, PNG, VRT)";
+    if (!why.empty()) return nullptr;
+    why = "no image format known here (ENVI with a .hdr beside it, GeoTIFF, netCDF, HDF5, PNG, VRT)";
+    for (const std::string& candidate : enviHeaderNames(image.path))
+        if (pathExists(candidate)) why = candidate + " is no ENVI header: its first line must be ENVI";
     return nullptr;
 }
 
@@ -187,14 +195,20 @@ std::unique_ptr<Raster> createRaster(const std::string& name, int width, int hei
         why = "an image has at least one pixel, one line and one channel";
         return nullptr;
     }
-    for (const std::string& path : {name, sidecarPath(name), name + ".aux.xml"})
-        if (pathExists(path)) {
-            why = path + " exists";
+    const ImageName image = parseName(name);
+    if (image.multidim) {
+        why = "netCDF and HDF5 images cannot be made here";
+        return nullptr;
+    }
+    const std::string& path = image.path;
+    for (const std::string& taken : {path, sidecarPath(name), path + ".aux.xml"})
+        if (pathExists(taken)) {
+            why = taken + " exists";
             return nullptr;
         }
     const GdalMessages messages;
-    return hasExtension(name, {"tif", "tiff"}) ? createGeoTiff(name, width, height, channels, type, why)
-                                               : createEnvi(name, width, height, channels, type, why);
+    return hasExtension(path, {"tif", "tiff"}) ? createGeoTiff(path, width, height, channels, type, why)
+                                               : createEnvi(path, width, height, channels, type, why);
 }
 
 std::string fileOfName(const std::string& name) { return parseName(name).path; }

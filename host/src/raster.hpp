@@ -3,6 +3,7 @@
 // interface.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,9 +16,15 @@ namespace kshost {
 /// A rectangle of several channels and the pixel-interleaved buffer that it is reduced to (reading) or comes from.
 struct Transfer {
     int xOff, yOff, width, height;
-    int bufWidth, bufHeight;     // reduction: sample i of n is column xOff + (i * width) / n
+    int bufWidth, bufHeight;
     std::vector<int> channels;   // from 1, any order, repeats allowed
     std::vector<float> missing;  // what a NaN becomes in an integer channel, one for each of `channels`; empty: 0
+
+    /// The image's column (line) of the buffer's i-th: the first pixel of each cell.
+    std::int64_t column(std::int64_t i) const { return xOff + (i * width) / bufWidth; }
+    std::int64_t line(std::int64_t i) const { return yOff + (i * height) / bufHeight; }
+    bool everyColumn() const { return bufWidth == width; }
+    bool everyLine() const { return bufHeight == height; }
 };
 
 class Raster {
@@ -51,9 +58,10 @@ std::unique_ptr<Raster> openRaster(const std::string& name, bool writable, std::
 std::unique_ptr<Raster> createRaster(const std::string& name, int width, int height, int channels, int type,
                                      std::string& why);
 
-/// The file behind a name: the name itself, or PATH of NETCDF:"PATH":variable and HDF5:"PATH"://variable.
+/// The file behind a name: the name itself, or PATH of NETCDF:"PATH":variable and HDF5:"PATH"://variable. Absolute, so
+/// that it stays the same file when the program changes its folder.
 std::string fileOfName(const std::string& name);
-/// The sidecar's path of an image name.
+/// The sidecar's path of an image name, absolute too.
 std::string sidecarPath(const std::string& name);
 
 }  // namespace kshost

@@ -42,6 +42,8 @@ private:
     RawCube cube_;
 };
 
+/// Where the header of an ENVI image may lie, the surest first.
+std::vector<std::string> enviHeaderNames(const std::string& path);
 /// The header beside an ENVI image, or an empty text.
 std::string findEnviHeader(const std::string& path);
 std::unique_ptr<Raster> openEnvi(const std::string& path, const std::string& header, bool writable, std::string& why);
@@ -67,6 +69,9 @@ void gatherItems(GDALDataset& dataset, RasterFacts& facts);
 void gatherStructure(GDALDataset& dataset, RasterFacts& facts);
 /// A text that changes when the description of the image changes, for formats without a header file.
 std::string describeFacts(const RasterFacts& facts);
+
+/// A coordinate system as text, in the older notation that every program reads where that can say it.
+std::string wktOf(const OGRSpatialReference& system);
 
 /// The channel type of the boundary for a sample type.
 int channelTypeOf(GDALDataType type);

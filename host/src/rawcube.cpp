@@ -34,11 +34,6 @@ std::size_t size(std::int64_t value) { return static_cast<std::size_t>(value); }
 
 std::string systemText(int error) { return std::strerror(error); }
 
-// The source columns (or lines) of a reduction: sample i of n is offset + (i * extent) / n.
-std::int64_t sourceOf(std::int64_t offset, std::int64_t extent, std::int64_t count, std::int64_t i) {
-    return offset + (i * extent) / count;
-}
-
 // One pread or pwrite may move less than asked.
 std::string readAt(int descriptor, void* buffer, std::int64_t bytes, std::int64_t position) {
     auto* to = static_cast<Byte*>(buffer);
@@ -81,16 +76,16 @@ public:
           t(transfer),
           bytes(static_cast<std::int64_t>(sampleSize(cube.type))),
           channelCount(transfer.channels.size()),
-          everyColumn(transfer.bufWidth == transfer.width),
-          everyLine(transfer.bufHeight == transfer.height),
+          everyColumn(transfer.everyColumn()),
+          everyLine(transfer.everyLine()),
           inOrder(consecutive(transfer.channels)) {
         for (const int channel : t.channels) bands.push_back(channel - 1);
         firstBand = *std::min_element(bands.begin(), bands.end());
         lastBand = *std::max_element(bands.begin(), bands.end());
     }
 
-    std::int64_t line(std::int64_t i) const { return sourceOf(t.yOff, t.height, t.bufHeight, i); }
-    std::int64_t column(std::int64_t i) const { return sourceOf(t.xOff, t.width, t.bufWidth, i); }
+    std::int64_t line(std::int64_t i) const { return t.line(i); }
+    std::int64_t column(std::int64_t i) const { return t.column(i); }
     std::int64_t position(std::int64_t x, std::int64_t y, std::int64_t band) const {
         return layout.offset + x * layout.pixelStride + y * layout.lineStride + band * layout.bandStride;
     }
@@ -503,25 +498,27 @@ RawCube::RawCube(RawLayout layout, bool writable) : layout_(std::move(layout)) {
 
 RawCube::~RawCube() { ::close(descriptor_); }
 
-std::int64_t RawCube::missingBytes() const {
+std::string RawCube::shortness() const {
     struct stat status {};
-    if (::fstat(descriptor_, &status) != 0) return 0;
-    return std::max<std::int64_t>(0, layout_.fileSize() - status.st_size);
+    if (::fstat(descriptor_, &status) != 0 || status.st_size >= layout_.fileSize()) return {};
+    return "the file has " + std::to_string(status.st_size) + " bytes where it should have " +
+           std::to_string(layout_.fileSize());
 }
 
 std::string RawCube::read(const Transfer& transfer, float* buffer) const {
     const Plan plan(layout_, transfer);
     const SampleCodec& codec = sampleCodec(layout_.type, plan.swapped());
-    std::string why = layout_.pixelInterleaved() ? PixelReader(descriptor_, plan, codec).read(buffer)
-                                                 : RowReader(descriptor_, plan, codec).read(buffer);
-    if (!why.empty() && missingBytes() > 0) why += " (it should have " + std::to_string(layout_.fileSize()) + " bytes)";
-    return why;
+    const std::string why = layout_.pixelInterleaved() ? PixelReader(descriptor_, plan, codec).read(buffer)
+                                                       : RowReader(descriptor_, plan, codec).read(buffer);
+    const std::string shortened = why.empty() ? why : shortness();
+    return shortened.empty() ? why : why + " (" + shortened + ")";
 }
 
 std::string RawCube::write(const Transfer& transfer, const float* buffer) {
     if (!whyReadOnly_.empty()) return whyReadOnly_;
     // A hole in the middle of a file would read as zeros.
-    if (missingBytes() > 0) return "the file is shorter than its header says, so nothing is written to it";
+    const std::string shortened = shortness();
+    if (!shortened.empty()) return shortened + ", so nothing is written to it";
     const Plan plan(layout_, transfer);
     Writer writer(descriptor_, plan, sampleCodec(layout_.type, plan.swapped()));
     written_ = true;

@@ -38,9 +38,8 @@ public:
     RawCube(const RawCube&) = delete;
     RawCube& operator=(const RawCube&) = delete;
 
-    const RawLayout& layout() const { return layout_; }
-    /// Bytes that the file lacks at its end.
-    std::int64_t missingBytes() const;
+    /// What the file's length is and should be, when it is too short; else an empty text.
+    std::string shortness() const;
 
     /// As Raster's calls of these names.
     std::string read(const Transfer& transfer, float* buffer) const;

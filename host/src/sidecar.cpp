@@ -322,7 +322,9 @@ enum class FileState { kAbsent, kEmpty, kPresent };
 FileState stateOf(const std::string& path, std::string& why) {
     struct stat info = {};
     if (stat(path.c_str(), &info) != 0) {
-        if (errno != ENOENT && errno != ENOTDIR) why = explanation(path, SQLITE_CANTOPEN, errno, "");
+        // A name that is too long for a file is the name of none.
+        if (errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG)
+            why = explanation(path, SQLITE_CANTOPEN, errno, "");
         return FileState::kAbsent;
     }
     if (!S_ISREG(info.st_mode)) why = path + " is not a file; move it away";
@@ -504,7 +506,7 @@ std::optional<SidecarContent> readSidecar(const std::string& path, std::string& 
             if (error.code != SQLITE_READONLY_ROLLBACK && error.code != SQLITE_READONLY_RECOVERY) throw;
         }
         // A killed writer left its journal: reading means undoing it, which only a writable connection can.
-        if (access(path.c_str(), W_OK) != 0) {
+        if (eaccess(path.c_str(), W_OK) != 0) {
             why = explanation(path, SQLITE_READONLY_ROLLBACK, 0, "");
             return std::nullopt;
         }

@@ -72,9 +72,20 @@ bool samePlace(const Georeference& a, const Georeference& b) {
     return true;
 }
 
+/// Tells a file from its successor of the same name; empty when there is no file.
+std::string inodeOf(const std::string& path) {
+    struct stat info = {};
+    if (stat(path.c_str(), &info) != 0) return {};
+    return std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
+}
+
 class SidecarStore : public Store {
 public:
-    SidecarStore(std::string imageName, std::string path) : imageName_(std::move(imageName)), path_(std::move(path)) {}
+    SidecarStore(std::string imageName, std::string path)
+        : imageName_(std::move(imageName)),
+          file_(fileOfName(imageName_)),
+          path_(std::move(path)),
+          inode_(inodeOf(file_)) {}
 
     /// Takes in the raster's facts and the sidecar as they are now. What was gathered stays.
     bool load(const RasterFacts& facts, std::string& why);
@@ -116,7 +127,9 @@ private:
     std::string storeNow(const SidecarChanges& changes);
 
     std::string imageName_;
+    std::string file_;
     std::string path_;
+    std::string inode_;
     RasterFacts facts_;
     ImportedMetadata derived_;
     std::vector<std::string> remarks_;
@@ -265,6 +278,8 @@ SidecarImage SidecarStore::imageToStore() {
 
 std::string SidecarStore::storeNow(const SidecarChanges& changes) {
     if (!writeObstacle_.empty()) return writeObstacle_;
+    // Beside another image of that name, or beside none, it would say what is not true.
+    if (inodeOf(file_) != inode_) return file_ + " has been deleted or replaced since it was opened";
     const std::string failure = commitSidecar(path_, changes, content_);
     if (failure.empty()) hasSidecar_ = true;
     return failure;
@@ -306,15 +321,11 @@ void SidecarStore::headerRewritten(const std::string& headerText) {
 /// a deleted image and its successor of the same name are two.
 std::string identity(const std::string& imageName, const std::string& sidecar) {
     const size_t slash = sidecar.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : sidecar.substr(0, slash + 1);
+    const std::string folder = sidecar.substr(0, slash + 1);
     char* real = realpath(folder.c_str(), nullptr);
     std::string key = std::string(real != nullptr ? real : folder) + "/" + sidecar.substr(slash + 1);
     std::free(real);
-    struct stat info = {};
-    if (stat(fileOfName(imageName).c_str(), &info) == 0) {
-        key += "|" + std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
-    }
-    return key;
+    return key + "|" + inodeOf(fileOfName(imageName));
 }
 
 std::shared_ptr<SidecarStore> sharedStore(const std::string& key, const std::string& imageName,

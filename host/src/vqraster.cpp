@@ -135,7 +135,7 @@ std::string VqRaster::writeIndexes(const Window& w, const std::uint16_t* indexes
         row += count;
     }
     std::string why = indexMap_->flush();
-    return why.empty() ? syncFile(fileOfName(file_.name)) : why;
+    return why.empty() ? syncFile(file_.path) : why;
 }
 
 /// Hands out the indexes of a transfer, rows of the buffer after each other; all have a code vector.

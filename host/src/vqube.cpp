@@ -226,6 +226,7 @@ std::string storeFirstCodebook(const std::string& name, std::shared_ptr<const Co
     std::string why;
     HostFile file;
     file.name = name;
+    file.path = fileOfName(name);
     file.sidecar = sidecarPath(name);
     auto indexMap = openRaster(name, false, why);
     if (indexMap == nullptr) return why;

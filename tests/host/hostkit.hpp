@@ -4,9 +4,15 @@
 #include <gtest/gtest.h>
 #include <kshost_app.h>
 
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -68,6 +74,56 @@ public:
     }
     std::vector<Report> all;
 };
+
+/// Runs a body in a child process; returns what waitpid says.
+inline int inChild(const std::function<int()>& body) {
+    const pid_t child = fork();
+    if (child == 0) _exit(body());
+    int status = 0;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+inline bool succeeded(int status) { return WIFEXITED(status) && WEXITSTATUS(status) == 0; }
+
+/// Runs a body as a user who owns nothing here.
+inline int asNobody(const std::function<int()>& body) {
+    return inChild([&] {
+        if (geteuid() == 0 && (setegid(65534) != 0 || seteuid(65534) != 0)) return 99;
+        return body();
+    });
+}
+
+/// A limit on file sizes stands for a full disk: the kernel refuses to let a file grow.
+class FullDisk {
+public:
+    explicit FullDisk(rlim_t bytes) {
+        before_ = std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &old_);
+        rlimit limited = old_;
+        limited.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limited);
+    }
+    ~FullDisk() {
+        setrlimit(RLIMIT_FSIZE, &old_);
+        std::signal(SIGXFSZ, before_);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+
+private:
+    rlimit old_ = {};
+    void (*before_)(int) = nullptr;
+};
+
+/// Bytes that this process has read from files so far; negative where the system does not count them.
+inline long long bytesRead() {
+    std::ifstream file("/proc/self/io");
+    std::string key;
+    long long count = -1;
+    file >> key >> count;
+    return key == "rchar:" && file ? count : -1;
+}
 
 inline std::string contentsOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);

@@ -194,7 +194,7 @@ TEST_F(HostFiles, AfterAFailedTransferNothingIsWrittenAnyMore) {
     ASSERT_EQ(0, truncate(path.c_str(), 20));
     HostFile* fp = GDBOpen(path.c_str(), "r+");
     ASSERT_NE(nullptr, fp);
-    EXPECT_TRUE(reports.mention("20 bytes where its header says 24")) << "a short file is mentioned when it is opened";
+    EXPECT_TRUE(reports.mention("20 bytes where it should have 24")) << "a short file is mentioned when it is opened";
     EXPECT_EQ(0, KSHostErrorCount());
     std::array<float, 24> buffer{};
     EXPECT_EQ(0, GDBRealChanIOLow(fp, 0, 0, 0, 4, 3, buffer.data(), 4, 3, 2, both.data()));

@@ -207,6 +207,98 @@ TEST(Multidim, AVariableIsChosenByName) {
     EXPECT_EQ("No such file or directory", why);
 }
 
+TEST(Multidim, RegularAxesAreAPlaceAndScalesAreKept) {
+    hosttest::TemporaryFolder folder;
+    kshost::registerFormats();
+    {
+        const std::unique_ptr<GDALDataset> file(
+            GetGDALDriverManager()->GetDriverByName("netCDF")->CreateMultiDimensional((folder / "map.nc").c_str(),
+                                                                                      nullptr, nullptr));
+        const auto root = file->GetRootGroup();
+        const auto y = root->CreateDimension("y", "", "", 3, nullptr);
+        const auto x = root->CreateDimension("x", "", "", 4, nullptr);
+        const auto band = root->CreateDimension("band", "", "", 2, nullptr);
+        // Centres of pixels of 30 by 20.
+        addArray(*root, "x", {x}, GDT_Float64, {1015, 1045, 1075, 1105});
+        addArray(*root, "y", {y}, GDT_Float64, {590, 570, 550});
+        const double fill = -32768;
+        std::vector<double> counts(24);
+        std::iota(counts.begin(), counts.end(), 0.0);
+        counts[5] = fill;
+        const auto cube = addArray(*root, "counts", {band, y, x}, GDT_Int16, counts, nullptr, &fill);
+        ASSERT_TRUE(cube->SetScale(0.5));
+        ASSERT_TRUE(cube->SetOffset(10.0));
+    }
+    const auto raster = opened(folder / "map.nc");
+    ASSERT_NE(nullptr, raster);
+    const RasterFacts& f = raster->facts();
+    ASSERT_TRUE(f.georeference.transform.has_value());
+    EXPECT_EQ((std::array<double, 6>{1000, 30, 0, 600, 0, -20}), *f.georeference.transform);
+    EXPECT_EQ((std::vector<double>{0.5, 0.5}), f.scales);
+    EXPECT_EQ((std::vector<double>{10, 10}), f.offsets);
+    EXPECT_EQ((std::map<int, double>{{1, -32768}, {2, -32768}}), f.georeference.noData);
+    std::vector<float> samples(24);
+    ASSERT_EQ("", raster->read({0, 0, 4, 3, 4, 3, {1, 2}, {}}, samples.data()));
+    for (std::size_t pixel = 0; pixel < 12; ++pixel) {
+        EXPECT_EQ(pixel == 5 ? -32768.0F : static_cast<float>(pixel), samples[2 * pixel]) << "as stored, not scaled";
+        EXPECT_EQ(static_cast<float>(12 + pixel), samples[2 * pixel + 1]);
+    }
+}
+
+TEST(Multidim, UnevenAxesAreNoPlace) {
+    hosttest::TemporaryFolder folder;
+    kshost::registerFormats();
+    {
+        const std::unique_ptr<GDALDataset> file(
+            GetGDALDriverManager()->GetDriverByName("netCDF")->CreateMultiDimensional((folder / "map.nc").c_str(),
+                                                                                      nullptr, nullptr));
+        const auto root = file->GetRootGroup();
+        const auto y = root->CreateDimension("y", "", "", 3, nullptr);
+        const auto x = root->CreateDimension("x", "", "", 4, nullptr);
+        addArray(*root, "x", {x}, GDT_Float64, {0, 1, 2, 3});
+        addArray(*root, "y", {y}, GDT_Float64, {0, 1, 5});
+        addArray(*root, "values", {y, x}, GDT_Float32, std::vector<double>(12, 1.0));
+    }
+    EXPECT_FALSE(opened(folder / "map.nc")->facts().georeference.transform.has_value());
+}
+
+TEST(Multidim, AFewChannelsFarApartCostNoMoreThanThemselves) {
+    constexpr std::size_t kMany = 100, kSide = 80;
+    hosttest::TemporaryFolder folder;
+    kshost::registerFormats();
+    std::vector<double> values(kMany * kSide * kSide);
+    for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<double>(i / (kSide * kSide) + i % 7);
+    for (const char* blocks : {static_cast<const char*>(nullptr), "1,80,80", "4,40,40"}) {
+        const std::string path = folder / "cube.nc";
+        {
+            const std::unique_ptr<GDALDataset> file(
+                GetGDALDriverManager()->GetDriverByName("netCDF")->CreateMultiDimensional(path.c_str(), nullptr,
+                                                                                          nullptr));
+            const auto root = file->GetRootGroup();
+            const Dimensions dimensions = {root->CreateDimension("band", "", "", kMany, nullptr),
+                                           root->CreateDimension("y", "", "", kSide, nullptr),
+                                           root->CreateDimension("x", "", "", kSide, nullptr)};
+            addArray(*root, "cube", dimensions, GDT_Float64, values, blocks);
+        }
+        const auto raster = opened(path);
+        ASSERT_NE(nullptr, raster);
+        std::vector<float> samples(kSide * kSide * 3);
+        const long long before = hosttest::bytesRead();
+        ASSERT_EQ("", raster->read({0, 0, kSide, kSide, kSide, kSide, {100, 1, 50}, {}}, samples.data()));
+        const long long moved = hosttest::bytesRead() - before;
+        for (std::size_t i = 0; i < kSide * kSide; ++i) {
+            ASSERT_EQ(static_cast<float>(99 + (99 * kSide * kSide + i) % 7), samples[3 * i]);
+            ASSERT_EQ(static_cast<float>(i % 7), samples[3 * i + 1]);
+            ASSERT_EQ(static_cast<float>(49 + (49 * kSide * kSide + i) % 7), samples[3 * i + 2]);
+        }
+        if (before >= 0) {
+            // Three bands of 51 kB, and the library's own look at the file's structure.
+            EXPECT_LT(moved, blocks == nullptr ? 400000 : 200000) << "of 5 MB " << (blocks != nullptr ? blocks : "");
+        }
+        unlink(path.c_str());
+    }
+}
+
 TEST(Multidim, IsNotWritten) {
     hosttest::TemporaryFolder folder;
     makeFile(folder / "cube.nc", {"bands", "downtrack", "crosstrack", "yxb", nullptr}, GDT_Float32, true);

@@ -228,12 +228,12 @@ TEST(EnviImage, AShortFileIsRemarkedAndWhatIsMissingFails) {
     const auto raster = opened(folder / "cube.img");
     ASSERT_NE(nullptr, raster);
     ASSERT_EQ(1U, raster->facts().remarks.size());
-    EXPECT_NE(std::string::npos, raster->facts().remarks[0].find("60000 bytes where its header says 6000000"));
+    EXPECT_NE(std::string::npos, raster->facts().remarks[0].find("60000 bytes where it should have 6000000"));
     std::vector<float> line(100 * 300);
     EXPECT_EQ("", raster->read({0, 0, 100, 1, 100, 1, firstChannels(300), {}}, line.data()));
     EXPECT_EQ(257.0F, line.back());
     EXPECT_NE(std::string::npos,
-              raster->read({0, 1, 100, 1, 100, 1, firstChannels(300), {}}, line.data()).find("6000000 bytes"));
+              raster->read({0, 1, 100, 1, 100, 1, firstChannels(300), {}}, line.data()).find("it should have 6000000"));
 }
 
 TEST(EnviImage, BadHeadersHaveReasons) {
@@ -285,6 +285,69 @@ TEST(EnviImage, AContradictingAuxiliaryFileIsRemarkedAndTheHeaderHolds) {
     ASSERT_EQ(1U, opened(folder / "cube.img")->facts().remarks.size());
 }
 
+TEST(EnviImage, WhatTheHeaderLeavesOpenIsGuessedAndSaid) {
+    hosttest::TemporaryFolder folder;
+    hosttest::write(folder / "cube.img", "abcdef");
+    hosttest::write(
+        folder / "cube.hdr",
+        "ENVI\nSamples=3\nLINES = 1\nbands = 2\ndata type = 1\nheader offset =\nbyte order =\ninterleave =\n");
+    const auto raster = opened(folder / "cube.img");
+    ASSERT_NE(nullptr, raster);
+    EXPECT_EQ("BSQ", raster->facts().interleave);
+    ASSERT_EQ(1U, raster->facts().remarks.size());
+    EXPECT_NE(std::string::npos, raster->facts().remarks[0].find("interleave"));
+    EXPECT_EQ((std::vector<float>{'a', 'd', 'b', 'e', 'c', 'f'}), readAll(*raster));
+}
+
+TEST(EnviImage, OneHeaderBesideTwoImagesIsRemarked) {
+    hosttest::TemporaryFolder folder;
+    hosttest::write(folder / "a.hdr", enviHeader(3, 1, 2, 1, "bip"));
+    hosttest::write(folder / "a.bip", "abcdef");
+    hosttest::write(folder / "a.bil", "acebdf");
+    EXPECT_TRUE(opened(folder / "a.bip")->facts().remarks.empty());
+    const auto doubtful = opened(folder / "a.bil");
+    ASSERT_EQ(1U, doubtful->facts().remarks.size());
+    EXPECT_NE(std::string::npos, doubtful->facts().remarks[0].find("samples are bip and the name says bil"));
+    // A header of the image's own name settles it.
+    hosttest::write(folder / "a.bil.hdr", enviHeader(3, 1, 2, 1, "bil"));
+    const auto sure = opened(folder / "a.bil");
+    EXPECT_TRUE(sure->facts().remarks.empty());
+    EXPECT_EQ((std::vector<float>{'a', 'b', 'c', 'd', 'e', 'f'}), readAll(*sure));
+}
+
+TEST(EnviImage, CompressedSamplesAreRead) {
+    hosttest::TemporaryFolder folder;
+    kshost::registerFormats();
+    for (const char* interleave : {"bip", "bil", "bsq"}) {
+        hosttest::write(folder / "cube.hdr", enviHeader(31, 17, 5, 12, interleave, 0, "file compression = 1\n"));
+        std::vector<std::uint16_t> stored(31 * 17 * 5);
+        const std::string order = interleave;
+        for (std::size_t y = 0; y < 17; ++y)
+            for (std::size_t x = 0; x < 31; ++x)
+                for (std::size_t b = 0; b < 5; ++b) {
+                    const std::size_t at = order == "bip"   ? (y * 31 + x) * 5 + b
+                                           : order == "bil" ? (y * 5 + b) * 31 + x
+                                                            : (b * 17 + y) * 31 + x;
+                    stored[at] = static_cast<std::uint16_t>(
+                        sampleAt(static_cast<int>(x), static_cast<int>(y), static_cast<int>(b) + 1));
+                }
+        VSILFILE* file = VSIFOpenL(("/vsigzip/" + (folder / "cube.img")).c_str(), "wb");
+        ASSERT_NE(nullptr, file);
+        VSIFWriteL(stored.data(), sizeof stored[0], stored.size(), file);
+        VSIFCloseL(file);
+        const auto raster = opened(folder / "cube.img");
+        ASSERT_NE(nullptr, raster);
+        EXPECT_EQ(5, raster->facts().channels);
+        expectKnownSamples(*raster);
+        std::string why;
+        const auto writable = kshost::openRaster(folder / "cube.img", true, why);
+        ASSERT_NE(nullptr, writable) << why;
+        const float value = 1;
+        EXPECT_NE("", writable->write({0, 0, 1, 1, 1, 1, {1}, {}}, &value));
+        unlink((folder / "cube.img").c_str());
+    }
+}
+
 // ---- files that are no images ----
 
 TEST(OpenRaster, WhatIsNoImageHasAReason) {
@@ -330,6 +393,23 @@ TEST(OpenRaster, AnUnreadableFileHasAReason) {
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
+TEST(OpenRaster, AHeaderOfNoUseIsNamed) {
+    hosttest::TemporaryFolder folder;
+    hosttest::write(folder / "cube.img", "a");
+    for (const char* header : {"", "samples = 1\n"}) {
+        hosttest::write(folder / "cube.hdr", header);
+        EXPECT_NE(std::string::npos, whyNot(folder / "cube.img").find("cube.hdr is no ENVI header"));
+    }
+    hosttest::write(folder / "cube.hdr", enviHeader(1, 1, 1, 1, "bip"));
+    ASSERT_EQ(0, chmod((folder / "cube.hdr").c_str(), 0));
+    ASSERT_EQ(0, chmod(folder.path().c_str(), 0755));
+    EXPECT_TRUE(hosttest::succeeded(hosttest::asNobody([&] {
+        std::string why;
+        const bool refused = kshost::openRaster(folder / "cube.img", false, why) == nullptr;
+        return refused && why.find("cube.hdr: Permission denied") != std::string::npos ? 0 : 1;
+    })));
+}
+
 TEST(OpenRaster, NoOtherFormatsAreKnown) {
     kshost::registerFormats();
     std::vector<std::string> names;
@@ -373,6 +453,39 @@ TEST(TiffImage, EveryLayoutReadsItsSamples) {
             const auto writable = opened(path, true);
             expectKnownSamples(*writable);
         }
+}
+
+TEST(TiffImage, ATruncatedFileFailsWhereItsSamplesAreMissing) {
+    hosttest::TemporaryFolder folder;
+    for (const char* compression : {"COMPRESS=NONE", "COMPRESS=DEFLATE"}) {
+        const std::string path = folder / "short.tif";
+        makeTiff(path, 300, 200, 3, GDT_UInt16, {compression, "BLOCKYSIZE=1"});
+        // The directory comes first, the samples after it.
+        const auto length = static_cast<off_t>(std::filesystem::file_size(path));
+        ASSERT_EQ(0, truncate(path.c_str(), length * 3 / 4));
+        const auto raster = opened(path);
+        ASSERT_NE(nullptr, raster) << compression;
+        std::vector<float> line(300);
+        EXPECT_EQ("", raster->read({0, 0, 300, 1, 300, 1, {1}, {}}, line.data()));
+        EXPECT_EQ(static_cast<float>(sampleAt(299, 0, 1)), line.back());
+        EXPECT_NE("", raster->read({0, 199, 300, 1, 300, 1, {1}, {}}, line.data())) << compression;
+        unlink(path.c_str());
+    }
+}
+
+TEST(TiffImage, TilesReadLineByLineAreDecodedOnce) {
+    hosttest::TemporaryFolder folder;
+    const std::string path = folder / "tiles.tif";
+    makeTiff(path, 300, 256, 40, GDT_UInt16, {"INTERLEAVE=PIXEL", "TILED=YES", "BLOCKXSIZE=128", "BLOCKYSIZE=128"});
+    const auto raster = opened(path);
+    ASSERT_NE(nullptr, raster);
+    const long long before = hosttest::bytesRead();
+    if (before < 0) GTEST_SKIP() << "this system does not count what is read";
+    std::vector<float> line(300 * 40);
+    for (int y = 0; y < 256; ++y)
+        ASSERT_EQ("", raster->read({0, y, 300, 1, 300, 1, firstChannels(40), {}}, line.data()));
+    const auto length = static_cast<long long>(std::filesystem::file_size(path));
+    EXPECT_LT(hosttest::bytesRead() - before, length + length / 10);
 }
 
 TEST(TiffImage, BitsAndSignsThatRawBytesDoNotShow) {

@@ -244,7 +244,7 @@ TEST_P(EveryLayout, RandomWindowsAndReductionsReadAsThePlainLoop) {
         const RawLayout l = layout(width, height, bands, offset);
         const std::string bytes = fill(l);
         const RawCube cube(l, false);
-        EXPECT_EQ(0, cube.missingBytes());
+        EXPECT_EQ("", cube.shortness());
         for (int round = 0; round < 12; ++round) {
             const Transfer t = randomTransfer(random, l, round % 2 == 1);
             const std::vector<float> expected = slowRead(bytes, l, t);
@@ -356,7 +356,7 @@ TEST(RawCube, AFileThatIsTooShortGivesWhatItHasAndAReasonForTheRest) {
         const std::string bytes = randomBytes(static_cast<std::size_t>(l.fileSize()), random);
         hosttest::write(l.path, bytes.substr(0, bytes.size() - 1));
         RawCube cube(l, true);
-        EXPECT_EQ(1, cube.missingBytes());
+        EXPECT_NE("", cube.shortness());
         const Transfer first{0, 0, 10, 9, 10, 9, {1, 2, 3}, {}};
         std::vector<float> buffer(10 * 9 * 3);
         ASSERT_EQ("", cube.read(first, buffer.data()));

@@ -1,6 +1,5 @@
 // The store and its sidecar: what is kept, what is derived, and that no failure, crash or other program ever leaves
 // anything but the state before or the state after a commit.
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,7 +13,7 @@
 #include "enviheader.hpp"
 #include "faultvfs.hpp"
 #include "hostkit.hpp"
-#include "mishaps.hpp"
+#include "otherprogram.hpp"
 #include "report.hpp"
 #include "sidecar.hpp"
 #include "store.hpp"

@@ -10,7 +10,7 @@
 
 #include "faultvfs.hpp"
 #include "hostkit.hpp"
-#include "mishaps.hpp"
+#include "otherprogram.hpp"
 #include "rasterformats.hpp"
 #include "sidecar.hpp"
 
