@@ -64,20 +64,30 @@ int checkRead(const KSDataSet* dataSet, const KSCbk* codebook) {
     return kOk;
 }
 
-/// Every component must be a band of the data set that is kept in the cube.
+/// The first component that is no band of the data set; nNumBands when every one is.
+int firstForeign(const KSDataSet& dataSet, const KSCbk& codebook) {
+    const int* map = codebook.panBandMap;
+    const auto isForeign = [&dataSet](int band) { return band < 0 || band >= dataSet.Sensor.nNumBands; };
+    return static_cast<int>(std::find_if(map, map + codebook.nNumBands, isForeign) - map);
+}
+
+/// Every band of the codebook must be kept in the cube.
 int checkStorage(const KSDataSet& dataSet, const KSCbk& codebook, const char* label) {
-    if (dataSet.pBandRefs == nullptr) return KS_FAIL("%s: pDataSet->pBandRefs == NULL\n", label);
-    if (codebook.panBandMap == nullptr) return KS_FAIL("%s: pCbk->panBandMap == NULL\n", label);
     for (int j = 0; j < codebook.nNumBands; ++j) {
-        const int band = codebook.panBandMap[j];
-        if (band < 0 || band >= dataSet.Sensor.nNumBands) {
-            return KS_FAIL("%s: pCbk->panBandMap[%d] (= %d) is outside of valid range\n", label, j, band);
-        }
-        if (dataSet.pBandRefs[band].eStorage != KS_STORE_VQ) {
+        if (dataSet.pBandRefs[codebook.panBandMap[j]].eStorage != KS_STORE_VQ) {
             return KS_DEBUG_FAIL("%s: the codebook represents a band not stored in vector quantized format.\n", label);
         }
     }
     return kOk;
+}
+
+int checkReadBands(const KSDataSet& dataSet, const KSCbk& codebook) {
+    if (dataSet.pBandRefs == nullptr) return KS_FAIL("%s: pDataSet->pBandRefs == NULL\n", kReadLabel);
+    if (const int j = firstForeign(dataSet, codebook); j < codebook.nNumBands) {
+        return KS_FAIL("%s: pCbk->panBandMap[%d] (= %d) is outside of valid range\n", kReadLabel, j,
+                       codebook.panBandMap[j]);
+    }
+    return checkStorage(dataSet, codebook, kReadLabel);
 }
 
 /// A band's place in a stored code vector is its number; the cube must be wide enough.
@@ -155,6 +165,18 @@ int checkWriteFile(const KSDataSet* dataSet, const KSCbk* codebook) {
     return kOk;
 }
 
+int checkWriteBands(const KSDataSet& dataSet, const KSCbk& codebook) {
+    // A data set without bands has been reported and has none to look at.
+    if (dataSet.Sensor.nNumBands < 1) return kOk;
+    if (dataSet.pBandRefs == nullptr) return KS_DEBUG_FAIL("%s: pDataSet->pBandRefs == NULL\n", kWriteLabel);
+    if (codebook.panBandMap == nullptr) return KS_DEBUG_FAIL("%s: pCbk->panBandMap == NULL\n", kWriteLabel);
+    if (const int j = firstForeign(dataSet, codebook); j < codebook.nNumBands) {
+        return KS_DEBUG_FAIL("%s: pCbk->panBandMap[%d] (= %d) is outside of valid range\n", kWriteLabel, j,
+                             codebook.panBandMap[j]);
+    }
+    return checkStorage(dataSet, codebook, kWriteLabel);
+}
+
 int checkWriteCodebook(const KSDataSet& dataSet, const KSCbk& codebook) {
     constexpr const char* label = kWriteLabel;
     if (bytesOf(dataSet.VQubeInfo.nDataType) == 0) {
@@ -162,8 +184,7 @@ int checkWriteCodebook(const KSDataSet& dataSet, const KSCbk& codebook) {
     }
     if (codebook.nNumBands < 1) return KS_DEBUG_FAIL("%s: pCbk->nNumBands < 1\n", label);
     if (codebook.nNumVects < 1) return KS_DEBUG_FAIL("%s: pCbk->nNumVects < 1\n", label);
-    // A data set without bands has been reported and has none to look at.
-    if (dataSet.Sensor.nNumBands >= 1 && checkStorage(dataSet, codebook, label) != kOk) return kFailed;
+    if (checkWriteBands(dataSet, codebook) != kOk) return kFailed;
     if (codebook.nNumVects < dataSet.VQubeInfo.nCodeVectors) {
         return KS_DEBUG_FAIL("%s: pCbk->nNumVects < pDataSet->VQubeInfo.nCodeVectors\n", label);
     }
@@ -301,7 +322,7 @@ int KSFreeCbk(KSCbk* pCbk) {
 
 int KSReadCbk(const KSDataSet* pDataSet, KSCbk* pCbk) {
     if (checkRead(pDataSet, pCbk) != kOk) return kFailed;
-    if (checkStorage(*pDataSet, *pCbk, kReadLabel) != kOk) return kFailed;
+    if (checkReadBands(*pDataSet, *pCbk) != kOk) return kFailed;
     if (checkPositions(*pDataSet, *pCbk) != kOk) return kFailed;
     return readCodebook(*pDataSet, *pCbk);
 }

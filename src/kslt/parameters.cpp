@@ -2,8 +2,6 @@
 #include <kslib/kslt.h>
 
 #include <climits>
-#include <cmath>
-#include <cstdint>
 
 #include "kslt/matrixfile.hpp"
 #include "support/heap.hpp"
@@ -52,11 +50,11 @@ int writeMatrices(std::FILE* file, MAT* forward, MAT* inverse, const VEC& ps, co
 
 // ---- reading ----
 
-int truncated(double value) {
-    if (std::isnan(value)) return 0;
-    if (value >= static_cast<double>(INT_MAX)) return INT_MAX;
-    if (value <= static_cast<double>(INT_MIN)) return INT_MIN;
-    return static_cast<int>(value);
+/// The whole part of a value; false when no integer can hold it.
+bool wholePart(double value, int& whole) {
+    if (!(value > static_cast<double>(INT_MIN) - 1.0 && value < static_cast<double>(INT_MAX) + 1.0)) return false;
+    whole = static_cast<int>(value);
+    return true;
 }
 
 int expectName(const NamedMatrix& loaded, const char* expected) {
@@ -113,7 +111,11 @@ int KSReadLTP(const char* szFileName, MAT** ppTF, MAT** ppTI, VEC** pps, IVEC** 
     for (u_int i = 0; i < s.n; ++i) ps->ve[i] = s.me[0][i];
     IntegerVector pc = makeIntegerVector(static_cast<int>(c.n));
     if (!pc) return KS_FAIL("%s: pc = iv_get (pC->n) failed\n", kReadLabel);
-    for (u_int i = 0; i < c.n; ++i) pc->ive[i] = truncated(c.me[0][i]);
+    for (u_int i = 0; i < c.n; ++i) {
+        if (!wholePart(c.me[0][i], pc->ive[i])) {
+            return KS_FAIL("%s: pC->me[0][%u] (= %g) is outside of valid range\n", kReadLabel, i, c.me[0][i]);
+        }
+    }
 
     *ppTF = parameters.forward.matrix.release();
     *ppTI = parameters.inverse.matrix.release();

@@ -22,6 +22,8 @@ constexpr Nearest kNothingYet = {std::numeric_limits<double>::infinity(), 0};
 /// Whether the best match of one sample goes on counting for the next.
 enum class Best { kCarriedOver, kPerSample };
 
+bool hasSamples(const KSWinEx& window) { return window.nNumXSamples > 0 && window.nNumYSamples > 0; }
+
 int checkEncode(const KSCbk* codebook, const KSWinIM* indexes, const KSWinEx* window, const char* label) {
     if (codebook == nullptr) return KS_DEBUG_FAIL("%s: pCbk == NULL\n", label);
     if (indexes == nullptr) return KS_DEBUG_FAIL("%s: pWinIM == NULL\n", label);
@@ -40,6 +42,7 @@ int encode(const KSCbk* codebook, KSWinIM* indexes, const KSWinEx* window, Best 
     if (checkEncode(codebook, indexes, window, label) != kOk) return kFailed;
     const Vector bandVector = makeVector(codebook->nNumBands);
     if (!bandVector) return KS_DEBUG_FAIL("%s: pBandVect == NULL\n", label);
+    if (!hasSamples(*window)) return kOk;
     if (codebook->nNumVects > 0 && codebook->papafCodeVect == nullptr) {
         return KS_DEBUG_FAIL("%s: pCbk->papafCodeVect == NULL\n", label);
     }
@@ -104,6 +107,7 @@ int KSVQDecodeWin(const KSCbk* pCbk, const KSWinIM* pWinIM, KSWinEx* pWinEx) {
     if (checkDecode(pCbk, pWinIM, pWinEx, kLabel) != kOk) return kFailed;
     const Vector bandVector = makeVector(pCbk->nNumBands);
     if (!bandVector) return KS_DEBUG_FAIL("%s: pBandVect == NULL\n", kLabel);
+    if (!hasSamples(*pWinEx)) return kOk;
     if (pWinIM->nNumXSamples > 0 && pWinIM->nNumYSamples > 0 && pWinIM->papau16Start == nullptr) {
         return KS_DEBUG_FAIL("%s: pWinIM->papau16Start == NULL\n", kLabel);
     }

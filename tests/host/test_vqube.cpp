@@ -695,17 +695,16 @@ TEST_F(VqubeTest, AHandleForReadingRefusesPuts) {
 }
 
 TEST_F(VqubeTest, APutThatFailsJumpsToTheTrap) {
-    int stage = 0;
+    volatile int stage = 0;
     if (IMP_Protect() == nullptr) FAIL();
     if (setjmp(*IMPProtectBuffer()) == 0) {
-        volatile int* now = &stage;
-        *now = 1;
+        stage = 1;
         const int window[4] = {0, 0, 1, 1};
         const std::uint16_t index = 0;
         VQubePutIndexMap("/no/such/cube", window, 1, 1, 1, &index);
-        *now = 2;
+        stage = 2;
     }
-    EXPECT_EQ(*static_cast<volatile int*>(&stage), 1);
+    EXPECT_EQ(stage, 1);
     expectReport("there is no such file");
 }
 
