@@ -4,10 +4,15 @@
 
 #include <kslib/types.h>
 
+#include <kslib/extra.h>
+#include <kslib/kscbk.h>
 #include <kslib/ksdatset.h>
 #include <kslib/ksld.h>
+#include <kslib/kslt.h>
 #include <kslib/ksmatrix.h>
 #include <kslib/ksradtrans.h>
+#include <kslib/ksvq.h>
 #include <kslib/kswinex.h>
+#include <kslib/kswinim.h>
 
 #endif

@@ -362,6 +362,102 @@ TEST_P(ImageContract, HoldsNoCube) {
     VQubeCleanUp(nullptr);
 }
 
+// ---- vector-quantized cubes ----
+
+struct CubeContract : HostContract {
+    static constexpr int kVectors = 5;
+    static constexpr int kBands = 2;
+    std::string name;
+    HostFile* fp = nullptr;
+    KSVQubeInfo info{};
+
+    void SetUp() override {
+        HostContract::SetUp();
+        name = contract::freshName("cube.vq");
+        EXPECT_NE(VQubeCreate(name.c_str(), 4, 3, kBands, kVectors, 4), 0);
+    }
+    void TearDown() override {
+        VQubeCleanUp(&info);
+        GDBClose(fp);
+        HostContract::TearDown();
+    }
+    void open(const char* access) {
+        fp = GDBOpen(name.c_str(), access);
+        ASSERT_NE(fp, nullptr);
+        ASSERT_NE(VQubeGetInfo(fp, &info), 0);
+        ASSERT_EQ(info.nNumVQChans, kBands);
+    }
+    void reopen() {
+        VQubeCleanUp(&info);
+        GDBClose(fp);
+        open("r");
+    }
+};
+
+TEST_F(CubeContract, IsDescribed) {
+    EXPECT_EQ(DKCheck(name.c_str()), 1);
+    open("r");
+    EXPECT_EQ(GDBChanNum(fp), kBands);
+    EXPECT_EQ(GDBChanXSize(fp), 4);
+    EXPECT_EQ(GDBChanYSize(fp), 3);
+    EXPECT_EQ(GDBChanType(fp, 2), 4);
+    EXPECT_EQ(info.nPixels, 4);
+    EXPECT_EQ(info.nLines, 3);
+    EXPECT_EQ(info.panVQChans[0], 1);
+    EXPECT_EQ(info.panVQChans[1], 2);
+    EXPECT_EQ(info.nNumNonVQChans, 0);
+    EXPECT_EQ(info.nCodeVectors, kVectors);
+    EXPECT_EQ(info.nDataType, 4);
+    HostFile* first = info.papfVQChan[0];
+    VQubeCleanUp(&info);
+    EXPECT_EQ(info.panVQChans, nullptr);
+    EXPECT_EQ(info.papfVQChan, nullptr);
+    EXPECT_EQ(fpValidate(first), 1);
+}
+
+TEST_F(CubeContract, AnExistingNameIsNotTaken) { EXPECT_EQ(VQubeCreate(name.c_str(), 4, 3, kBands, kVectors, 4), 0); }
+
+TEST_F(CubeContract, KeepsItsCodebook) {
+    open("r+");
+    const int channels[] = {1, 2};
+    const std::vector<float> put = {1, 2, 3, 4, 5, 6, 7, 8, 9.5F, -10};
+    HostStringList tokens = TokenizeDelim(fp2filename(info.papfVQChan[0]), ":");
+    EXPECT_NE(VQubePutCodeBook(tokens[0], kVectors, 4, kBands, kBands, channels, put.data()), 0);
+    DestroyStringList(tokens);
+    for (const bool again : {false, true}) {
+        if (again) reopen();
+        ASSERT_NE(fp, nullptr);
+        std::vector<float> got(put.size());
+        EXPECT_NE(VQubeGetCodeBook(info.papfVQChan[0], got.data()), 0);
+        EXPECT_EQ(got, put);
+    }
+}
+
+TEST_F(CubeContract, KeepsItsIndexMap) {
+    open("r+");
+    const int whole[4] = {0, 0, 4, 3};
+    std::vector<uint16_t> put = {0, 1, 2, 3, 4, 3, 2, 1, 0, 1, 2, 4};
+    const char* cube = fp2filename(info.papfVQChan[0]);
+    EXPECT_NE(VQubePutIndexMap(cube, whole, kVectors, 4, 3, put.data()), 0);
+    const int part[4] = {1, 1, 2, 2};
+    const std::vector<uint16_t> piece = {4, 4, 3, 3};
+    EXPECT_NE(VQubePutIndexMap(cube, part, kVectors, 2, 2, piece.data()), 0);
+    put = {0, 1, 2, 3, 4, 4, 4, 1, 0, 3, 3, 4};
+    for (const bool again : {false, true}) {
+        if (again) reopen();
+        ASSERT_NE(fp, nullptr);
+        std::vector<uint16_t> got(12);
+        EXPECT_NE(VQubeGetIndexMap(info.papfVQChan[0], whole, got.data()), 0);
+        EXPECT_EQ(got, put);
+        const int column[4] = {3, 0, 1, 3};
+        got.resize(3);
+        EXPECT_NE(VQubeGetIndexMap(info.papfVQChan[1], column, got.data()), 0);
+        EXPECT_EQ(got, (std::vector<uint16_t>{3, 1, 4}));
+        const int outside[4] = {1, 0, 4, 3};
+        EXPECT_EQ(VQubeGetIndexMap(info.papfVQChan[0], outside, put.data()), 0);
+    }
+}
+
 TEST_P(ImageContract, AnUnsetTaskWindowIsTheWholeImage) {
     ASSERT_NE(create(1, 1, 11, 6), nullptr);
     int window[4] = {-1, -1, -1, -1};

@@ -147,6 +147,32 @@ TEST(RecordLayout, Window) {
     EXPECT_EQ(sizeof(KSWinEx), 72U);
 }
 
+TEST(RecordLayout, IndexWindow) {
+    static_assert(kPlain<KSWinIM>);
+    EXPECT_EQ(offsetof(KSWinIM, nXOff), 0U);
+    EXPECT_EQ(offsetof(KSWinIM, nYOff), 4U);
+    EXPECT_EQ(offsetof(KSWinIM, nXSize), 8U);
+    EXPECT_EQ(offsetof(KSWinIM, nYSize), 12U);
+    EXPECT_EQ(offsetof(KSWinIM, nXSampleInt), 16U);
+    EXPECT_EQ(offsetof(KSWinIM, nYSampleInt), 20U);
+    EXPECT_EQ(offsetof(KSWinIM, nNumXSamples), 24U);
+    EXPECT_EQ(offsetof(KSWinIM, nNumYSamples), 28U);
+    EXPECT_EQ(offsetof(KSWinIM, pau16Samples), 32U);
+    EXPECT_EQ(offsetof(KSWinIM, papau16Start), 40U);
+    EXPECT_EQ(sizeof(KSWinIM), 48U);
+}
+
+TEST(RecordLayout, Codebook) {
+    static_assert(kPlain<KSCbk>);
+    EXPECT_EQ(offsetof(KSCbk, nRadTransLev), 0U);
+    EXPECT_EQ(offsetof(KSCbk, nNumBands), 4U);
+    EXPECT_EQ(offsetof(KSCbk, panBandMap), 8U);
+    EXPECT_EQ(offsetof(KSCbk, nNumVects), 16U);
+    EXPECT_EQ(offsetof(KSCbk, pafCodebook), 24U);
+    EXPECT_EQ(offsetof(KSCbk, papafCodeVect), 32U);
+    EXPECT_EQ(sizeof(KSCbk), 40U);
+}
+
 TEST(RecordLayout, Layer) {
     EXPECT_EQ(offsetof(HostLayer, fp), 0U);
     EXPECT_EQ(offsetof(HostLayer, nSegment), 8U);

@@ -148,12 +148,21 @@ KS_API int GDBGetNext(HostLayer* hLayer, int nShape);
 
 /** Describes the file's cube: 1 and *pInfo filled, or 0 when the file holds none. */
 KS_API int VQubeGetInfo(HostFile* fp, KSVQubeInfo* pInfo);
+/** Makes a cube whose codebook and index map are all zeros. Returns 1, or 0 after a report with nothing left behind. */
 KS_API int VQubeCreate(const char* szFileName, int nPixels, int nLines, int nBands, int nCodeVectors, int nDataType);
 /** Frees the lists of a description; the handles are borrowed and stay. */
 KS_API void VQubeCleanUp(KSVQubeInfo* pInfo);
+/** Copies all code vectors, one after another, in the cube's data type. fpVQ is the file or one of its channels'
+ * handles.
+ */
 KS_API int VQubeGetCodeBook(HostFile* fpVQ, void* pBuf);
+/** Replaces the codebook, whole or not at all. szFileName is the name of the file or of one of its channels' handles,
+ * which may be cut at the first ':'; component j of each vector belongs to channel panChans[j]. Returns 1, or 0 after a
+ * report.
+ */
 KS_API int VQubePutCodeBook(const char* szFileName, int nCodeVectors, int nDataType, int nCbkBands, int nDataSetBands,
                             const int* panChans, const void* pBuf);
+/** Reads and writes a rectangle (x offset, y offset, width, height) of the index map. */
 KS_API int VQubeGetIndexMap(HostFile* fpVQ, const int anWindow[4], uint16_t* pau16Buf);
 KS_API int VQubePutIndexMap(const char* szFileName, const int anWindow[4], int nCodeVectors, int nXSize, int nYSize,
                             const uint16_t* pau16Buf);

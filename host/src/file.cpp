@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <set>
 #include <utility>
@@ -13,13 +14,14 @@
 #include "hostfile.hpp"
 #include "kshost_app.h"
 #include "report.hpp"
+#include "vqraster.hpp"
 
 namespace kshost {
 namespace {
 
 struct Registry {
     std::mutex lock;
-    std::set<const HostFile*> files;
+    std::set<HostFile*, std::less<>> files;
 };
 
 Registry& registry() {
@@ -84,6 +86,7 @@ HostFile* open(const char* szFileName, const char* szAccess) {
     std::string why;
     file->raster = openRaster(file->name, writable, why);
     if (file->raster == nullptr) return refused(kCaller, szFileName, why);
+    dressAsCube(*file);
     const RasterFacts& facts = file->raster->facts();
     file->store = openStore(file->name, facts, writable, why);
     if (file->store == nullptr) return refused(kCaller, szFileName, why);
@@ -139,19 +142,68 @@ bool flush(HostFile& file) {
     return stored && why.empty();
 }
 
+bool close(HostFile* fp);
+
+/// A channel of a cube is not the caller's to close, except for what fpReference gave out, which counts for its file.
+bool closeLent(HostFile& channel) {
+    if (channel.references == 1) {
+        reportFailure("GDBClose (): " + channel.name + ": this channel is closed together with its file");
+        return false;
+    }
+    --channel.references;
+    return close(channel.cube);
+}
+
 bool close(HostFile* fp) {
     HostFile* file = live(fp, "GDBClose ()");
     if (file == nullptr) return false;
+    if (file->cube != nullptr) return closeLent(*file);
     // Even when storing fails or throws, the reference is given back.
     const bool stored = guarded("GDBClose ()", false, [file] { return flush(*file); });
     if (--file->references > 0) return stored;
     const std::unique_ptr<HostFile> owner(file);
     const std::lock_guard<std::mutex> guard(registry().lock);
+    for (const auto& channel : file->lent) registry().files.erase(channel.get());
     registry().files.erase(file);
     return stored;
 }
 
+bool isFile(const std::string& name, const HostFile& file) {
+    std::error_code ignored;
+    return name == file.name || std::filesystem::equivalent(fileOfName(name), file.path, ignored);
+}
+
 }  // namespace
+
+HostFile* openFile(const std::string& name, const char* access) { return open(name.c_str(), access); }
+
+bool closeFile(HostFile* fp) { return close(fp); }
+
+HostFile* openCubeNamed(const std::string& name) {
+    const std::lock_guard<std::mutex> guard(registry().lock);
+    HostFile* found = nullptr;
+    for (HostFile* file : registry().files) {
+        if (dynamic_cast<const VqRaster*>(file->raster.get()) == nullptr || !isFile(name, *file)) continue;
+        if (found == nullptr || (file->writable && !found->writable)) found = file;
+    }
+    return found;
+}
+
+void makeLentHandles(HostFile& file, const std::vector<std::string>& names) {
+    std::vector<std::unique_ptr<HostFile>> handles;
+    for (const std::string& name : names) {
+        handles.push_back(std::make_unique<HostFile>());
+        HostFile& channel = *handles.back();
+        channel.name = name;
+        channel.path = file.path;
+        channel.sidecar = file.sidecar;
+        channel.store = file.store;
+        channel.cube = &file;
+    }
+    const std::lock_guard<std::mutex> guard(registry().lock);
+    for (const auto& channel : handles) registry().files.insert(channel.get());
+    file.lent = std::move(handles);
+}
 
 HostFile* live(HostFile* fp, const char* caller) {
     if (fp != nullptr && isLive(fp)) return fp;
@@ -240,6 +292,7 @@ int fpValidate(HostFile* fp) {
 HostFile* fpReference(HostFile* fp) {
     if (fpValidate(fp) == 0) return nullptr;
     ++fp->references;
+    if (fp->cube != nullptr) ++fp->cube->references;
     return fp;
 }
 

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "raster.hpp"
 #include "store.hpp"
@@ -16,6 +17,10 @@ struct HostFile {
     int references = 1;
     std::unique_ptr<kshost::Raster> raster;  // null for a file without an image
     std::shared_ptr<kshost::Store> store;
+    // The channels of a vector-quantized cube have handles of their own, which are lent out and live as long as the
+    // cube's.
+    HostFile* cube = nullptr;  // of such a channel: the file that owns it
+    std::vector<std::unique_ptr<HostFile>> lent;
 };
 
 namespace kshost {
@@ -26,5 +31,13 @@ HostFile* live(HostFile* fp, const char* caller);
 bool inside(const RasterFacts& facts, int x, int y, int width, int height);
 /// Stores what was gathered for the file and rewrites the header of an image that the host created. Reports on failure.
 bool commitFile(HostFile& file);
+
+/// As GDBOpen and GDBClose, without jumping to a trap.
+HostFile* openFile(const std::string& name, const char* access);
+bool closeFile(HostFile* fp);
+/// The cube of a name, or another name of the same file, that is open now; one that is open for writing, if there is.
+HostFile* openCubeNamed(const std::string& name);
+/// Makes a handle for each of the names, to be lent out by the file.
+void makeLentHandles(HostFile& file, const std::vector<std::string>& names);
 
 }  // namespace kshost

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -19,7 +20,8 @@ namespace kshost {
 namespace {
 
 constexpr int kApplicationId = 0x6b736c62;  // "kslb"
-constexpr int kVersion = 1;
+constexpr int kVersion = 2;
+constexpr int kCodebookVersion = 2;  // the first that can hold a codebook
 constexpr int kBusyMilliseconds = 5000;
 constexpr int kCommitAttempts = 3;
 
@@ -41,6 +43,16 @@ CREATE TABLE place(
   t0 REAL, t1 REAL, t2 REAL, t3 REAL, t4 REAL, t5 REAL);
 CREATE TABLE no_data(channel INTEGER PRIMARY KEY, value REAL);
 )sql";
+
+// Code vectors are kept in runs, each under the number of its first, because one blob can be too large for SQLite.
+constexpr const char* kCodebookSchema = R"sql(
+CREATE TABLE codebook(
+  id INTEGER PRIMARY KEY CHECK (id = 1),
+  vectors INTEGER NOT NULL, bands INTEGER NOT NULL, data_type INTEGER NOT NULL, checksum INTEGER NOT NULL);
+CREATE TABLE code_vectors(first INTEGER PRIMARY KEY, components BLOB NOT NULL);
+)sql";
+constexpr size_t kRunBytes = size_t{1} << 20U;
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "components are stored as they are in memory");
 
 /// A failure that leaves through one place, where the transaction is undone and the text handed back.
 struct SidecarError : std::runtime_error {
@@ -152,6 +164,10 @@ public:
         return bound(
             sqlite3_bind_text64(statement_, ++position_, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
     }
+    /// The bytes must stay until the statement has run.
+    Statement& bindBlob(const unsigned char* bytes, size_t size) {
+        return bound(sqlite3_bind_blob64(statement_, ++position_, bytes, size, SQLITE_STATIC));
+    }
     void run() {
         while (step()) {
         }
@@ -173,6 +189,15 @@ public:
         const unsigned char* bytes = sqlite3_column_text(statement_, column);
         const auto size = static_cast<size_t>(sqlite3_column_bytes(statement_, column));
         return bytes == nullptr ? std::string() : std::string(bytes, bytes + size);
+    }
+    /// Adds a blob's bytes to others, or false when the value is no blob or would make them more than `most`.
+    bool appendBlob(int column, std::vector<unsigned char>& bytes, size_t most) const {
+        if (sqlite3_column_type(statement_, column) != SQLITE_BLOB) return false;
+        const auto* blob = static_cast<const unsigned char*>(sqlite3_column_blob(statement_, column));
+        const auto size = static_cast<size_t>(sqlite3_column_bytes(statement_, column));
+        if (blob == nullptr || size > most - bytes.size()) return false;
+        bytes.insert(bytes.end(), blob, blob + size);
+        return true;
     }
 
 private:
@@ -243,6 +268,32 @@ void readPlace(Connection& connection, SidecarContent& content) {
     content.georeference = std::move(place);
 }
 
+bool readCodeVectors(Connection& connection, Codebook& codebook) {
+    Statement rows(connection, "SELECT first, components FROM code_vectors ORDER BY first");
+    while (rows.step()) {
+        const std::int64_t first = rows.integer64(0);
+        if (first < 0 || static_cast<size_t>(first) * codebook.vectorBytes() != codebook.values.size()) return false;
+        if (!rows.appendBlob(1, codebook.values, codebook.bytes())) return false;
+    }
+    return codebook.values.size() == codebook.bytes();
+}
+
+std::shared_ptr<const Codebook> readCodebook(Connection& connection) {
+    Statement row(connection, "SELECT vectors, bands, data_type, checksum FROM codebook");
+    if (!row.step()) return nullptr;
+    const auto codebook = std::make_shared<Codebook>();
+    codebook->vectors = row.integer(0);
+    codebook->bands = row.integer(1);
+    codebook->type = row.integer(2);
+    if (!whyNoCodebook(codebook->vectors, codebook->bands, codebook->type).empty() ||
+        !readCodeVectors(connection, *codebook) || checksumOf(codebook->values) != row.integer64(3)) {
+        connection.refuse(
+            "holds a damaged codebook; put a good copy in its place, or move it away to open the index map as an image "
+            "of one channel");
+    }
+    return codebook;
+}
+
 SidecarContent readContent(Connection& connection) {
     SidecarContent content;
     readImage(connection, content);
@@ -252,6 +303,7 @@ SidecarContent readContent(Connection& connection) {
     while (channels.step()) content.descriptions[channels.integer(0)] = channels.text(1);
     Statement history(connection, "SELECT entry FROM history ORDER BY id");
     while (history.step()) content.history.push_back(history.text(0));
+    if (integerOf(connection, "PRAGMA user_version") >= kCodebookVersion) content.codebook = readCodebook(connection);
     return content;
 }
 
@@ -327,6 +379,33 @@ void writePlace(Connection& connection, const Georeference& place) {
     for (const auto& [channel, value] : place.noData) add.bind(channel).bind(value).run();
 }
 
+void setVersion(Connection& connection, int version) {
+    connection.run(("PRAGMA user_version=" + std::to_string(version)).c_str());
+}
+
+void writeCodebook(Connection& connection, const Codebook& codebook) {
+    if (integerOf(connection, "PRAGMA user_version") < kCodebookVersion) {
+        connection.run(kCodebookSchema);
+        setVersion(connection, kCodebookVersion);
+    }
+    Statement(connection, "INSERT OR REPLACE INTO codebook VALUES (1, ?, ?, ?, ?)")
+        .bind(codebook.vectors)
+        .bind(codebook.bands)
+        .bind(codebook.type)
+        .bind(checksumOf(codebook.values))
+        .run();
+    connection.run("DELETE FROM code_vectors");
+    Statement add(connection, "INSERT INTO code_vectors VALUES (?, ?)");
+    const size_t vectorBytes = codebook.vectorBytes();
+    const size_t run = std::max<size_t>(1, kRunBytes / vectorBytes);
+    const auto vectors = static_cast<size_t>(codebook.vectors);
+    for (size_t first = 0; first < vectors; first += run) {
+        add.bind(static_cast<std::int64_t>(first))
+            .bindBlob(codebook.values.data() + first * vectorBytes, std::min(run, vectors - first) * vectorBytes)
+            .run();
+    }
+}
+
 void writeChanges(Connection& connection, const SidecarChanges& changes, std::int64_t count) {
     writeImage(connection, changes.image, count);
     writeLists(connection, changes.lists);
@@ -335,6 +414,7 @@ void writeChanges(Connection& connection, const SidecarChanges& changes, std::in
     if (changes.georeference) writePlace(connection, *changes.georeference);
     Statement add(connection, "INSERT INTO history(time, entry) VALUES (strftime('%Y-%m-%dT%H:%M:%SZ', 'now'), ?)");
     for (const std::string& entry : changes.history) add.bind(entry).run();
+    if (changes.codebook != nullptr) writeCodebook(connection, *changes.codebook);
 }
 
 void apply(const SidecarChanges& changes, SidecarContent& content) {
@@ -343,12 +423,14 @@ void apply(const SidecarChanges& changes, SidecarContent& content) {
     for (const auto& [channel, text] : changes.descriptions) content.descriptions[channel] = text;
     if (changes.georeference) content.georeference = changes.georeference;
     content.history.insert(content.history.end(), changes.history.begin(), changes.history.end());
+    if (changes.codebook != nullptr) content.codebook = changes.codebook;
 }
 
 void makeSchema(Connection& connection) {
     connection.run(("PRAGMA application_id=" + std::to_string(kApplicationId)).c_str());
-    connection.run(("PRAGMA user_version=" + std::to_string(kVersion)).c_str());
+    setVersion(connection, kVersion);
     connection.run(kSchema);
+    connection.run(kCodebookSchema);
 }
 
 /// Stores within an open transaction and gives back what the sidecar then holds.
@@ -359,7 +441,9 @@ SidecarContent storeWithin(Connection& connection, const SidecarChanges& changes
         makeSchema(connection);
         apply(changes, whole);
         whole.changes = 1;
-        writeChanges(connection, {whole.image, whole.lists, whole.descriptions, whole.georeference, whole.history}, 1);
+        writeChanges(connection,
+                     {whole.image, whole.lists, whole.descriptions, whole.georeference, whole.history, whole.codebook},
+                     1);
         return whole;
     }
     SidecarContent stored;

@@ -4,11 +4,13 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "codebook.hpp"
 #include "facts.hpp"
 #include "stringlist.hpp"
 
@@ -34,6 +36,7 @@ struct SidecarContent {
     std::map<int, std::string> descriptions;
     std::optional<Georeference> georeference;
     std::vector<std::string> history;
+    std::shared_ptr<const Codebook> codebook;  // of a vector-quantized cube, else null
 };
 
 /// What one commit stores. Levels that are not named keep what the sidecar holds for them.
@@ -42,7 +45,8 @@ struct SidecarChanges {
     std::map<ListId, StringList> lists;
     std::map<int, std::string> descriptions;
     std::optional<Georeference> georeference;
-    std::vector<std::string> history;  // to be added
+    std::vector<std::string> history;          // to be added
+    std::shared_ptr<const Codebook> codebook;  // null: as it was
 };
 
 /// What a sidecar holds; nothing when there is none. A file that cannot be used leaves a reason in `why`. A sidecar

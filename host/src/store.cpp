@@ -100,6 +100,8 @@ public:
     void setChannelDescription(int channel, const std::string& text) override;
     void addHistory(const std::string& text) override { gathered_.history.push_back(text); }
     std::vector<std::string> history() override;
+    std::shared_ptr<const Codebook> codebook() override { return content_.codebook; }
+    std::string putCodebook(std::shared_ptr<const Codebook> codebook) override;
     void markCreated() override;
     bool created() override { return markedCreated_ || content_.image.created; }
     bool dirty() const override;
@@ -266,7 +268,8 @@ bool SidecarStore::dirty() const {
 SidecarImage SidecarStore::imageToStore() {
     SidecarImage image = {facts_.width, facts_.height, facts_.channels, created(), hashOf(facts_.headerText), {}};
     image.formerHeaderHash = image.headerHash;
-    if (!image.created) return image;
+    // The image of a cube holds indexes and never says anything about bands.
+    if (!image.created || content_.codebook != nullptr) return image;
     const bool textual = !facts_.headerPath.empty();
     image.headerHash =
         textual ? hashOf(composeEnviHeader(facts_, list(1, -1), describedChannels(), georeference())) : std::string();
@@ -291,6 +294,16 @@ std::string SidecarStore::commit() {
     markedCreated_ = false;
     headerStale_ = content_.image.created && content_.image.headerHash != content_.image.formerHeaderHash;
     return {};
+}
+
+std::string SidecarStore::putCodebook(std::shared_ptr<const Codebook> codebook) {
+    SidecarChanges changes;
+    changes.image = imageToStore();
+    changes.image.headerHash = changes.image.formerHeaderHash;
+    changes.codebook = std::move(codebook);
+    std::string failure = storeNow(changes);
+    if (failure.empty()) markedCreated_ = false;
+    return failure;
 }
 
 void SidecarStore::headerRewritten(const std::string& headerText) {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "codebook.hpp"
 #include "facts.hpp"
 #include "stringlist.hpp"
 
@@ -30,6 +31,12 @@ public:
     virtual void setChannelDescription(int channel, const std::string& text) = 0;
     virtual void addHistory(const std::string& text) = 0;
     virtual std::vector<std::string> history() = 0;
+
+    /// The codebook of a vector-quantized cube; null for any other image.
+    virtual std::shared_ptr<const Codebook> codebook() = 0;
+    /// Stores a codebook at once, in a transaction of its own; commit what was gathered first. Empty text on success,
+    /// else the reason with the old codebook in place.
+    virtual std::string putCodebook(std::shared_ptr<const Codebook> codebook) = 0;
 
     /// Marks the file as made by this host; stored with the next commit.
     virtual void markCreated() = 0;

@@ -1,7 +1,5 @@
-// Segments, vector layers and vector-quantized cubes, which this host does not keep yet: every operation says so once
-// and fails, so that a caller learns the reason and loses nothing. Asking whether a file has a cube is no failure: it
-// has none.
-#include <cstdlib>
+// Segments and vector layers, which this host does not keep yet: every operation says so once and fails, so that a
+// caller learns the reason and loses nothing.
 #include <string>
 
 #include "kshost.h"
@@ -22,12 +20,10 @@ R refuse(const char* what, const char* kind, R failure) {
 
 constexpr const char* kSegments = "data segments";
 constexpr const char* kLayers = "vector layers";
-constexpr const char* kCubes = "vector-quantized cubes";
 
 }  // namespace
 }  // namespace kshost
 
-using kshost::kCubes;
 using kshost::kLayers;
 using kshost::kSegments;
 using kshost::refuse;
@@ -80,33 +76,3 @@ int GDBVectorCopy(HostFile*, int, HostFile*, int, int, int, int) { return refuse
 int GDBGetFirst(HostLayer*) { return refuse("GDBGetFirst ()", kLayers, -1); }
 
 int GDBGetNext(HostLayer*, int) { return refuse("GDBGetNext ()", kLayers, -1); }
-
-int VQubeGetInfo(HostFile*, KSVQubeInfo*) { return 0; }
-
-int VQubeCreate(const char*, int, int, int, int, int) { return refuse("VQubeCreate ()", kCubes, 0); }
-
-void VQubeCleanUp(KSVQubeInfo* pInfo) {
-    if (pInfo == nullptr) return;
-    std::free(pInfo->panVQChans);
-    std::free(pInfo->papfVQChan);
-    std::free(pInfo->panNonVQChans);
-    std::free(pInfo->papfNonVQChan);
-    pInfo->panVQChans = nullptr;
-    pInfo->papfVQChan = nullptr;
-    pInfo->panNonVQChans = nullptr;
-    pInfo->papfNonVQChan = nullptr;
-    pInfo->nNumVQChans = 0;
-    pInfo->nNumNonVQChans = 0;
-}
-
-int VQubeGetCodeBook(HostFile*, void*) { return refuse("VQubeGetCodeBook ()", kCubes, 0); }
-
-int VQubePutCodeBook(const char*, int, int, int, int, const int*, const void*) {
-    return refuse("VQubePutCodeBook ()", kCubes, 0);
-}
-
-int VQubeGetIndexMap(HostFile*, const int*, uint16_t*) { return refuse("VQubeGetIndexMap ()", kCubes, 0); }
-
-int VQubePutIndexMap(const char*, const int*, int, int, int, const uint16_t*) {
-    return refuse("VQubePutIndexMap ()", kCubes, 0);
-}

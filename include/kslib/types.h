@@ -28,6 +28,8 @@ typedef char** HostStringList;
 typedef struct KSDataSet KSDataSet;
 typedef struct KSRadTrans KSRadTrans;
 typedef struct KSWinEx KSWinEx;
+typedef struct KSWinIM KSWinIM;
+typedef struct KSCbk KSCbk;
 
 /** Where the samples of a band are kept. */
 enum {

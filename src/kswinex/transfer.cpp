@@ -69,8 +69,8 @@ void transferWindow(HostMode mode, const KSDataSet& dataSet, const KSWinEx& wind
                      window.nNumXSamples, window.nNumYSamples, window.SampDesc.nNumBands, channels);
 }
 
-/// Calls action(x0, x1, b0, b1) for tiles of samples by bands, one cache line each way, so that rows that lie a power of
-/// two apart do not evict each other while they become columns.
+/// Calls action(x0, x1, b0, b1) for tiles of samples by bands, one cache line each way, so that rows that lie a power
+/// of two apart do not evict each other while they become columns.
 template <class Action>
 void forEachTile(int samples, int bands, Action action) {
     constexpr int kTile = 16;

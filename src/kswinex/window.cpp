@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdint>
 
+#include "kswinex/components.hpp"
 #include "support/heap.hpp"
 #include "support/matrix.hpp"
 #include "support/report.hpp"
@@ -83,24 +84,11 @@ int resizeAll(KSWinEx& window, int xSize, int ySize, int xInterval, int yInterva
     return kOk;
 }
 
-/// The components of one sample: the first one and the distance to the next.
-struct Components {
-    float* first;
-    std::ptrdiff_t step;
-};
-
 int locateComponents(const KSWinEx& window, int x, int y, Components& sample, const char* label) {
     StartLayout layout{};
     if (!startLayout(window, layout)) return KS_FAIL("%s: Unsupported pWinEx->eBandIntlv value.\n", label);
     if (window.papafStart == nullptr) return KS_FAIL("%s: pWinEx->papafStart == NULL.\n", label);
-    const std::ptrdiff_t across = window.nNumXSamples;
-    if (window.eBandIntlv == KS_INTLV_PIXEL) {
-        sample = {window.papafStart[y] + std::ptrdiff_t{window.SampDesc.nNumBands} * x, 1};
-    } else if (window.eBandIntlv == KS_INTLV_LINE) {
-        sample = {window.papafStart[y] + x, across};
-    } else if (layout.entries > 0) {
-        sample = {window.papafStart[0] + (across * y + x), layout.stride};
-    }
+    if (layout.entries > 0) sample = componentsOf(window, x, y);
     return kOk;
 }
 

@@ -38,7 +38,19 @@ struct VectorDeleter {
 };
 using Vector = std::unique_ptr<VEC, VectorDeleter>;
 
-/// A vector of dim zeroed components; null on failure, also for a negative size.
+struct IntegerVectorDeleter {
+    void operator()(IVEC* vector) const { iv_free(vector); }
+};
+using IntegerVector = std::unique_ptr<IVEC, IntegerVectorDeleter>;
+
+struct MatrixDeleter {
+    void operator()(MAT* matrix) const { m_free(matrix); }
+};
+using Matrix = std::unique_ptr<MAT, MatrixDeleter>;
+
+/// Vectors and matrices of zeroed components; null on failure, also for a negative size.
 Vector makeVector(int dim);
+IntegerVector makeIntegerVector(int dim);
+Matrix makeMatrix(int rows, int columns);
 
 }  // namespace ks

@@ -13,6 +13,7 @@
 #include "enviheader.hpp"
 #include "faultvfs.hpp"
 #include "hostkit.hpp"
+#include "otherprogram.hpp"
 #include "report.hpp"
 #include "sidecar.hpp"
 #include "store.hpp"
@@ -22,6 +23,7 @@ using hosttest::Fault;
 using hosttest::FaultVfs;
 using hosttest::FullDisk;
 using hosttest::inChild;
+using hosttest::OtherProgram;
 using hosttest::Reports;
 using hosttest::succeeded;
 using kshost::openStore;
@@ -58,21 +60,6 @@ RasterFacts createdImage(const std::string& header) {
 }
 
 StringList listOf(const Texts& entries) { return StringList(entries); }
-
-/// A connection past the host's own code, as any other program may hold one.
-class OtherProgram {
-public:
-    explicit OtherProgram(const std::string& path) { sqlite3_open(path.c_str(), &db_); }
-    ~OtherProgram() { sqlite3_close(db_); }
-    OtherProgram(const OtherProgram&) = delete;
-    OtherProgram& operator=(const OtherProgram&) = delete;
-    void run(const char* sql) {
-        ASSERT_EQ(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db_);
-    }
-
-private:
-    sqlite3* db_ = nullptr;
-};
 
 }  // namespace
 

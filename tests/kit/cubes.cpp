@@ -43,9 +43,11 @@ void release(T*& list) {
 
 std::size_t componentBytes(int dataType) { return dataType == 1 ? 1 : dataType == 4 ? 4 : 2; }
 
+/// The cube of a file, which may be named by one of its channels.
 FakeVQ* cubeNamed(const char* name) {
-    if (!host().exists(name)) return nullptr;
-    FakeFile& file = host().file(name);
+    const std::string fileName = std::string(name).substr(0, std::string(name).find(':'));
+    if (!host().exists(fileName)) return nullptr;
+    FakeFile& file = host().file(fileName);
     return file.vq ? &*file.vq : nullptr;
 }
 
@@ -67,17 +69,17 @@ int createCube(const char* name, int pixels, int lines, int bands, int codeVecto
     return 1;
 }
 
-/// Moves a window of the index map, mode as in channel transfers.
-bool moveIndexes(FakeVQ& cube, int mode, const int window[4], std::uint16_t* buffer) {
+/// Moves a window of the index map, mode as in channel transfers; of a buffer only what its own size covers.
+bool moveIndexes(FakeVQ& cube, int mode, const int window[4], int width, int height, std::uint16_t* buffer) {
     if (window[0] < 0 || window[1] < 0 || window[0] + window[2] > cube.pixels || window[1] + window[3] > cube.lines) {
         return false;
     }
     cube.indexes.resize(static_cast<std::size_t>(cube.pixels) * static_cast<std::size_t>(cube.lines));
-    for (int y = 0; y < window[3]; ++y) {
+    for (int y = 0; y < std::min(window[3], height); ++y) {
         const auto row = static_cast<std::size_t>((window[1] + y) * cube.pixels + window[0]);
-        for (int x = 0; x < window[2]; ++x) {
+        for (int x = 0; x < std::min(window[2], width); ++x) {
             std::uint16_t& inside = cube.indexes[row + static_cast<std::size_t>(x)];
-            std::uint16_t& outside = buffer[y * window[2] + x];
+            std::uint16_t& outside = buffer[y * width + x];
             if (mode == 0) {
                 outside = inside;
             } else {
@@ -144,7 +146,7 @@ int VQubePutCodeBook(const char* szFileName, int nCodeVectors, int nDataType, in
 int VQubeGetIndexMap(HostFile* fpVQ, const int anWindow[4], uint16_t* pau16Buf) {
     if (!host().enter("VQubeGetIndexMap", arguments(fpVQ, numbers(anWindow, 4)))) return failing(0);
     FakeVQ* cube = cubeOf(fpVQ, "VQubeGetIndexMap");
-    if (cube == nullptr || !moveIndexes(*cube, 0, anWindow, pau16Buf)) return failing(0);
+    if (cube == nullptr || !moveIndexes(*cube, 0, anWindow, anWindow[2], anWindow[3], pau16Buf)) return failing(0);
     return 1;
 }
 
@@ -154,7 +156,8 @@ int VQubePutIndexMap(const char* szFileName, const int anWindow[4], int nCodeVec
         return failing(0);
     }
     FakeVQ* cube = cubeNamed(szFileName);
-    if (cube == nullptr || !moveIndexes(*cube, 1, anWindow, const_cast<std::uint16_t*>(pau16Buf))) return failing(0);
+    auto* buffer = const_cast<std::uint16_t*>(pau16Buf);
+    if (cube == nullptr || !moveIndexes(*cube, 1, anWindow, nXSize, nYSize, buffer)) return failing(0);
     return 1;
 }
 

@@ -107,8 +107,14 @@ FakeFile& FakeHost::file(const std::string& name) { return files_.at(name); }
 
 HostFile* FakeHost::open(const std::string& name, bool writable) { return addHandle(file(name), writable); }
 
+HostFile* FakeHost::openChannel(const std::string& name, int channel) {
+    HostFile* fp = open(name);
+    fp->name += ":" + std::to_string(channel);
+    return fp;
+}
+
 HostFile* FakeHost::addHandle(FakeFile& file, bool writable) {
-    HostFile* fp = new HostFile{&file, writable, 1};
+    HostFile* fp = new HostFile{&file, writable, 1, file.name};
     handles_.insert(fp);
     return fp;
 }
@@ -179,7 +185,7 @@ bool FakeHost::enter(const char* name, const std::string& arguments) {
 
 std::string FakeHost::nameOf(HostFile* fp) const {
     if (fp == nullptr) return "null";
-    return isLive(fp) ? fp->file->name : "dead";
+    return isLive(fp) ? fp->name : "dead";
 }
 
 FakeFile* FakeHost::fileOf(HostFile* fp, const char* caller) {
@@ -289,7 +295,7 @@ void GDBWriteHistory(HostFile* fp, int nLevel, int nChan, const char* szText) {
 const char* fp2filename(HostFile* fp) {
     if (!host().enter("fp2filename", arguments(fp))) return failing<const char*>(nullptr);
     const FakeFile* file = host().fileOf(fp, "fp2filename");
-    return file == nullptr ? nullptr : file->name.c_str();
+    return file == nullptr ? nullptr : fp->name.c_str();
 }
 
 int fp2type(HostFile* fp) {

@@ -106,6 +106,7 @@ struct HostFile {
     kit::FakeFile* file;
     bool writable;
     int references;
+    std::string name;  // what fp2filename says of it
 };
 
 namespace kit {
@@ -130,6 +131,8 @@ public:
     FakeFile& file(const std::string& name);
     /// A handle without a recorded call.
     HostFile* open(const std::string& name, bool writable = false);
+    /// A handle of a channel of a cube: its name has the channel behind a colon.
+    HostFile* openChannel(const std::string& name, int channel);
 
     /// Makes the nth call of a name from now on fail; under an armed trap it abandons the caller.
     void failCall(const std::string& name, int nth = 1);

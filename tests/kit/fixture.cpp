@@ -23,7 +23,7 @@ void LibraryTest::SetUp() {
     insideTest = true;
     resetHost();
     refuseAllocation(0);
-    refuseVector(0);
+    refuseNoMatrixCall();
 }
 
 void LibraryTest::TearDown() {
