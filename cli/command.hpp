@@ -14,5 +14,7 @@ void addQuicklook(CLI::App& app, Command& chosen);
 void addSpectrum(CLI::App& app, Command& chosen);
 void addConvert(CLI::App& app, Command& chosen);
 void addSynth(CLI::App& app, Command& chosen);
+void addVq(CLI::App& app, Command& chosen);
+void addTransform(CLI::App& app, Command& chosen);
 
 }  // namespace kscli

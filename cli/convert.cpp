@@ -9,9 +9,9 @@
 #include "bands.hpp"
 #include "command.hpp"
 #include "copycheck.hpp"
+#include "copymeta.hpp"
 #include "copyplan.hpp"
 #include "dataset.hpp"
-#include "entries.hpp"
 #include "help.hpp"
 #include "output.hpp"
 #include "report.hpp"
@@ -34,9 +34,7 @@ struct Options {
 };
 
 int chooseType(const DataSet& source, const CopyPlan& plan, const std::string& asked) {
-    for (int type : {kUInt8, kInt16, kUInt16, kFloat32}) {
-        if (asked == sampleTypeName(type)) return type;
-    }
+    if (const auto type = sampleTypeNamed(asked)) return *type;
     return plan.level > 0 ? static_cast<int>(kFloat32) : typeHoldingAll(source, plan.bands);
 }
 
@@ -100,22 +98,6 @@ std::size_t copySamples(const DataSet& source, const CopyPlan& plan, const DataS
     return changed;
 }
 
-// Source order first, then whatever the library or the format added.
-void completeList(const Items& wanted, Entries& list) {
-    Entries complete;
-    for (const auto& [key, value] : wanted) complete.set(key, value);
-    for (const auto& [key, value] : list.items()) {
-        if (complete.find(key) == nullptr) complete.set(key, value);
-    }
-    list = std::move(complete);
-}
-
-void copyDescription(HostFile* from, int fromChannel, HostFile* to, int toChannel) {
-    char text[256] = {};
-    GDBChanDescIO(from, 0, fromChannel, text);
-    if (text[0] != '\0') GDBChanDescIO(to, 1, toChannel, text);
-}
-
 std::string historyLine(const CopyPlan& plan, const Options& options) {
     std::string line = fmt::format("ks convert {}", options.input);
     if (options.bands != "all") line += " --bands " + options.bands;
@@ -125,45 +107,6 @@ std::string historyLine(const CopyPlan& plan, const Options& options) {
     if (plan.every != 1) line += fmt::format(" --every {}", plan.every);
     if (plan.level != 0) line += fmt::format(" --level {}", plan.level);
     return line + fmt::format(" --type {}", sampleTypeName(plan.sampleType));
-}
-
-// What the library's records do not hold, or hold with fewer digits than the source's texts. Through the handle that
-// made the file: only as long as that is open does a GeoTIFF take in what other programs are to see.
-void completeThroughHost(const DataSet& source, const CopyPlan& plan, const Options& options, HostFile* file) {
-    Entries fileList = Entries::ofFile(file);
-    completeList(fileEntriesOfCopy(source, plan), fileList);
-    fileList.storeInFile(file);
-    const auto noData = noDataOfCopy(source, plan);
-    for (std::size_t i = 0; i < plan.bands.size(); ++i) {
-        const int channel = static_cast<int>(i) + 1;
-        Entries list = Entries::ofChannel(file, channel);
-        completeList(channelEntriesOfCopy(source, plan, plan.bands[i]), list);
-        list.storeInChannel(file, channel);
-        copyDescription(source.file(), source.channel(plan.bands[i]), file, channel);
-        if (noData[i]) KSHostSetNoData(file, channel, *noData[i]);
-    }
-    KSHostCopyGeoreference(source.file(), file, plan.window.data(), plan.every, plan.every);
-    for (const std::string& text : Entries(KSHostGetHistory(source.file())).texts()) {
-        GDBWriteHistory(file, kFileLevel, kNoChannel, text.c_str());
-    }
-    GDBWriteHistory(file, kFileLevel, kNoChannel, historyLine(plan, options).c_str());
-}
-
-void refuseSourceFiles(const DataSet& source, const Options& options) {
-    const std::filesystem::path output(options.output);
-    if (sameFile(options.input, output)) {
-        fail("{} cannot be converted onto itself; choose another name.", options.input);
-    }
-    requireImageName(options.output);
-    KSHostLayout layout = {};
-    const bool hasHeader =
-        KSHostGetLayout(source.file(), &layout) != 0 && layout.szHeader != nullptr && *layout.szHeader != '\0';
-    for (const auto& companion : companionsOf(output)) {
-        if (hasHeader && sameFile(layout.szHeader, companion)) {
-            fail("{} would need the header of the source, {}; choose a name that differs in more than its extension.",
-                 options.output, companion.string());
-        }
-    }
 }
 
 void reportCheck(const CopyCheck& check) {
@@ -191,7 +134,7 @@ void printSummary(const CopyPlan& plan, const Options& options, std::size_t chan
 
 void run(const Options& options) {
     const DataSet source = DataSet::open(options.input);
-    refuseSourceFiles(source, options);
+    refuseSourceFiles(source, options.input, options.output);
     const CopyPlan plan = makePlan(source, options);
     Staging staging(options.output, options.force);
     staging.alsoMakes(companionsOf(options.output));
@@ -204,7 +147,7 @@ void run(const Options& options) {
     copy.create(staging.path(), plan.sampleType);
     const std::size_t changed = copySamples(source, plan, copy);
     copy.writeMetadata();
-    completeThroughHost(source, plan, options, copy.file());
+    completeCopy(source, plan, copy.file(), historyLine(plan, options));
     copy.close();
     requireComplete("the copy");
     if (changed > 0) {

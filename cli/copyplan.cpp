@@ -92,6 +92,13 @@ std::optional<std::string> remapDefaultBands(const DataSet& source, const CopyPl
 
 }  // namespace
 
+std::optional<int> sampleTypeNamed(const std::string& name) {
+    for (int type : {kUInt8, kInt16, kUInt16, kFloat32}) {
+        if (name == sampleTypeName(type)) return type;
+    }
+    return std::nullopt;
+}
+
 TypeRange rangeOf(int sampleType) {
     switch (sampleType) {
         case kUInt8:

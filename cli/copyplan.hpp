@@ -13,6 +13,9 @@
 
 namespace kscli {
 
+/// Nothing for a text that names no sample type, such as "same".
+std::optional<int> sampleTypeNamed(const std::string& name);
+
 struct CopyPlan {
     std::vector<int> bands;                    // of the source, 0-based
     Area area;                                 // of the source

@@ -79,6 +79,7 @@ public:
     int bandCount() const { return window_.SampDesc.nNumBands; }
     std::size_t pixelCount() const { return static_cast<std::size_t>(columns()) * static_cast<std::size_t>(rows()); }
     std::size_t sampleCount() const { return pixelCount() * static_cast<std::size_t>(bandCount()); }
+    KSWinEx* record() { return &window_; }
     float* samples() { return window_.pafSamples; }
     /// The band vector of one pixel.
     float* pixel(int x, int y) {

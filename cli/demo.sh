@@ -75,6 +75,16 @@ step "convert to GeoTIFF and check" "copy.tif" "$ks" convert "$cube" "$out/copy.
 checked_tif=$(sed -n 's/^ks: checked: //p' "$out/.messages")
 step "convert back to ENVI and check" "back.img" "$ks" convert "$out/copy.tif" "$out/back.img" --check
 checked_envi=$(sed -n 's/^ks: checked: //p' "$out/.messages")
+step "learn 256 code vectors" "vq.tif" "$ks" vq train "$cube" "$out/vq.tif" --vectors 256
+encode() { "$ks" vq encode "$cube" "$out/vq.tif" "$@" > "$out/vq-error.txt"; }
+step "encode with them" "vq.tif, vq-error.{txt,csv,svg,png}" encode \
+    --report "$out/vq-error.csv" --report "$out/vq-error.svg" --report "$out/vq-error.png"
+step "decode" "vq-decoded.img" "$ks" vq decode "$out/vq.tif" "$out/vq-decoded.img"
+compression=$(grep 'code vectors:' "$out/vq-error.txt")
+# The band with the smallest, the middle and the largest error among the good ones.
+errors=$(awk -F, 'NR > 1 && ($3 == "plot" || $3 == "bmask") { print $4 "," $1 }' "$out/vq-error.csv" | sort -g |
+    awk -F, '{ rmse[NR] = $1; band[NR] = $2 } END { if (NR) { m = int((NR + 1) / 2);
+        printf "RMSE of a band, stored units: %.4g (b%d) to %.4g (b%d), median %.4g", rmse[1], band[1], rmse[NR], band[NR], rmse[m] } }')
 rm -f "$out/.messages"
 total=$(seconds "$started" "$EPOCHREALTIME")
 
@@ -96,6 +106,13 @@ total=$(seconds "$started" "$EPOCHREALTIME")
     echo "- copy.tif: $checked_tif"
     echo "- back.img: $checked_envi"
     echo
+    echo "Vector quantization (errors of every band: vq-error.csv):"
+    echo
+    echo "- $compression"
+    echo "- $errors"
+    echo
+    echo "![errors of vector quantization](vq-error.png)"
+    echo
     echo "![quicklook](quicklook.png)"
     echo
     echo "![spectra](spectra.png)"
@@ -106,5 +123,7 @@ sed '/^$/,$d' "$out/info.txt" | sed 's/^/  /'
 echo
 echo "  copy.tif: $checked_tif"
 echo "  back.img: $checked_envi"
+echo "  vq.tif: $compression"
+echo "          $errors"
 echo
 echo "Done in $total s. Look at $out/quicklook.png, $out/spectra.svg and $out/summary.md."

@@ -62,6 +62,8 @@ int main(int argc, char** argv) {
     kscli::addQuicklook(app, command);
     kscli::addSpectrum(app, command);
     kscli::addConvert(app, command);
+    kscli::addVq(app, command);
+    kscli::addTransform(app, command);
     kscli::addSynth(app, command);
     try {
         app.parse(argc, argv);

@@ -10,6 +10,7 @@
 #include "command.hpp"
 #include "dataset.hpp"
 #include "help.hpp"
+#include "lineorder.hpp"
 #include "output.hpp"
 #include "plot.hpp"
 #include "report.hpp"
@@ -75,101 +76,6 @@ Spectra readSpectra(const DataSet& dataSet, std::vector<Pixel> pixels, const Opt
     }
     return spectra;
 }
-
-// Band positions (into `bands`) in the order to draw them, cut where a line between neighbours would say something that
-// was not measured: at a bad band, where the next detector begins (the wavelength steps back), across a gap in the
-// wavelengths.
-class LineOrder {
-public:
-    LineOrder(const DataSet& dataSet, const std::vector<int>& bands) {
-        const bool byWavelength = dataSet.hasWavelengths();
-        for (std::size_t i = 0; i < bands.size(); ++i) {
-            const double x = byWavelength ? dataSet.wavelength(bands[i]) : bands[i] + 1;
-            if (byWavelength && !(x > 0)) continue;
-            points_.push_back({i, x, bands[i], dataSet.isGood(bands[i])});
-        }
-        arrange();
-        cut();
-    }
-
-    const std::vector<std::vector<std::size_t>>& pieces() const { return pieces_; }
-    double x(std::size_t position) const {
-        return std::find_if(points_.begin(), points_.end(), [&](const Point& p) { return p.position == position; })->x;
-    }
-    /// Stretches of the axis that only bad bands cover.
-    std::vector<std::pair<double, double>> badStretches() const {
-        std::vector<std::pair<double, double>> stretches;
-        bool open = false;
-        for (std::size_t i = 0; i < points_.size(); ++i) {
-            const bool follows = i > 0 && points_[i].x > points_[i - 1].x;
-            if (points_[i].good || !follows) open = false;
-            if (points_[i].good) continue;
-            if (!open) stretches.emplace_back(points_[i].x - halfStep(i), points_[i].x);
-            stretches.back().second = points_[i].x + halfStep(i);
-            open = true;
-        }
-        return stretches;
-    }
-
-private:
-    struct Point {
-        std::size_t position;
-        double x;
-        int band;
-        bool good;
-    };
-
-    void arrange() {
-        std::size_t back = 0;
-        for (std::size_t i = 1; i < points_.size(); ++i) back += points_[i].x < points_[i - 1].x ? 1U : 0U;
-        // Bands stored from long to short waves, as of instruments that measure wavenumbers.
-        if (points_.size() > 1 && 2 * back > points_.size()) {
-            std::reverse(points_.begin(), points_.end());
-            back = points_.size() - 1 - back;
-        }
-        // A handful of steps back are detectors that overlap; more is no order at all.
-        if (back > kMostDetectors) {
-            std::stable_sort(points_.begin(), points_.end(), [](const Point& a, const Point& b) { return a.x < b.x; });
-        }
-    }
-
-    void cut() {
-        std::vector<double> steps;
-        for (std::size_t i = 1; i < points_.size(); ++i) {
-            if (points_[i].x > points_[i - 1].x) steps.push_back(points_[i].x - points_[i - 1].x);
-        }
-        if (!steps.empty()) {
-            std::nth_element(steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(steps.size() / 2), steps.end());
-            usualStep_ = steps[steps.size() / 2];
-        }
-        bool interrupted = true;
-        for (std::size_t i = 0; i < points_.size(); ++i) {
-            if (!points_[i].good) {
-                interrupted = true;
-                continue;
-            }
-            const double step = i > 0 ? points_[i].x - points_[i - 1].x : 0;
-            if (interrupted || step < 0 || step > kWideGap * usualStep_) pieces_.emplace_back();
-            pieces_.back().push_back(points_[i].position);
-            interrupted = false;
-        }
-    }
-
-    double halfStep(std::size_t i) const {
-        const auto distance = [&](std::size_t a, std::size_t b) { return std::abs(points_[a].x - points_[b].x); };
-        double step = usualStep_;
-        if (i > 0) step = std::min(step, distance(i, i - 1));
-        if (i + 1 < points_.size()) step = std::min(step, distance(i, i + 1));
-        return std::max(step, 0.2 * usualStep_) / 2;
-    }
-
-    static constexpr std::size_t kMostDetectors = 8;
-    static constexpr double kWideGap = 3;
-
-    std::vector<Point> points_;
-    std::vector<std::vector<std::size_t>> pieces_;
-    double usualStep_ = 1;
-};
 
 std::string pixelName(const Pixel& pixel) { return fmt::format("{}, {}", pixel.x, pixel.y); }
 
