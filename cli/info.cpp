@@ -158,6 +158,11 @@ Json bandsJson(const DataSet& dataSet) {
     return bands;
 }
 
+Json quantizedJson(const KSVQubeInfo& cube) {
+    if (cube.nNumVQChans < 1 || cube.nCodeVectors < 1) return nullptr;
+    return {{"code_vectors", cube.nCodeVectors}, {"bits_per_index", cube.nBitsPerIndex}};
+}
+
 Json describe(const DataSet& dataSet, const std::string& name) {
     Json levels = Json::array();
     for (const std::string& text : dataSet.levelDescriptions()) levels.push_back(text);
@@ -167,6 +172,7 @@ Json describe(const DataSet& dataSet, const std::string& name) {
             {"bands", dataSet.bandCount()},
             {"good_bands", goodBands(dataSet).size()},
             {"layout", layoutJson(dataSet)},
+            {"quantized", quantizedJson(dataSet->VQubeInfo)},
             {"channel_types", channelTypesJson(dataSet)},
             {"sensor", sensorJson(dataSet->Sensor)},
             {"mission", missionJson(dataSet->Mission)},
@@ -295,6 +301,10 @@ void printText(const DataSet& dataSet, const Json& info, const Options& options)
     fmt::print("{}\n", options.cube);
     printRow("size", fmt::format("{} x {} pixels, {} bands", dataSet->nXSize, dataSet->nYSize, dataSet.bandCount()));
     printRow("stored as", layoutText(info));
+    if (const Json& cube = info["quantized"]; !cube.is_null()) {
+        printRow("quantized", fmt::format("{} code vectors, {} bits an index", cube["code_vectors"].get<int>(),
+                                          cube["bits_per_index"].get<int>()));
+    }
     if (!info["layout"].is_null() && !info["layout"]["sidecar"].is_null()) {
         printRow("sidecar", info["layout"]["sidecar"]);
     }

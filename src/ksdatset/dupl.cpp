@@ -21,10 +21,11 @@ struct BandMap {
     int count;
 };
 
-/// Frees a copy with its whole chain; KSFree alone would leave part of it.
+/// Frees a copy with its whole chain, also one that is still empty; KSFree alone would leave part of it.
 struct DataSetDeleter {
     void operator()(KSDataSet* dataSet) const {
         while (dataSet->nNumRadTrans > 0) KSDelRadTrans(dataSet);
+        freeAndClear(dataSet->papRadTransSeq);
         KSFree(dataSet);
     }
 };

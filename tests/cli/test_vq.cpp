@@ -205,6 +205,9 @@ TEST_F(Vq, EnoughVectorsLoseNothing) {
     const Result trained = ks({"vq", "train", "few.img", "vq.tif", "--vectors", "256", "--json"});
     ASSERT_EQ(trained.status, 0) << trained.err;
     EXPECT_EQ(json::parse(trained.out)["code_vectors"], 13);
+    const json info = json::parse(ks({"info", "vq.tif", "--json"}).out);
+    EXPECT_EQ(info["quantized"], (json{{"code_vectors", 13}, {"bits_per_index", 4}}));
+    EXPECT_TRUE(json::parse(ks({"info", "few.img", "--json"}).out)["quantized"].is_null());
     EXPECT_TRUE(contains(trained.err, "only 13 different pixels")) << trained.err;
     succeed({"vq", "encode", "few.img", "vq.tif"});
     succeed({"vq", "decode", "vq.tif", "decoded.img"});
