@@ -465,6 +465,213 @@ TEST_P(ImageContract, AnUnsetTaskWindowIsTheWholeImage) {
     EXPECT_EQ((std::vector<int>{window[0], window[1], window[2], window[3]}), (std::vector<int>{0, 0, 11, 6}));
 }
 
+// ---- vector layers ----
+
+constexpr int kNativeFile = 3;
+constexpr int kMemoryFile = 60;
+constexpr int kReal = 2;
+constexpr int kText = 3;
+constexpr int kLayerSegment = 116;
+
+/// Every layer test runs on a file in memory and on a native one.
+struct LayerContract : HostContract, testing::WithParamInterface<int> {
+    std::string name;
+    HostFile* fp = nullptr;
+    HostLayer* layer = nullptr;
+
+    void SetUp() override {
+        HostContract::SetUp();
+        name = GetParam() == kMemoryFile ? "" : contract::freshName("spectra.layers");
+        fp = GDBCreate(GetParam(), name.c_str(), 512, 512, 0, 1, "");
+        ASSERT_NE(fp, nullptr);
+        layer = GDBCreateLayer(fp, "spectra", "", "");
+        ASSERT_NE(layer, nullptr);
+    }
+    void TearDown() override {
+        if (fp != nullptr) GDBClose(fp);
+        HostContract::TearDown();
+    }
+    /// A text field, a real field and two shapes.
+    void fill() {
+        GDBDefineNewField(layer, "Target", kText);
+        GDBDefineNewField(layer, "m450_500", kReal);
+        for (const char* target : {"grass", "soil"}) {
+            const int shape = GDBCreateShape(layer, 0);
+            GDBSetValueString(layer, shape, 0, target);
+            GDBSetValue(layer, shape, 1, shape + 0.1);
+        }
+    }
+};
+
+TEST_P(LayerContract, ALayerSaysWhereItIs) {
+    EXPECT_EQ(layer->fp, fp);
+    EXPECT_EQ(layer->nSegment, 1);
+    EXPECT_EQ(layer->nFlags, 0U);
+    EXPECT_EQ(fp2type(fp), GetParam());
+    EXPECT_EQ(GDBLayer2Type(layer), GetParam());
+    EXPECT_EQ(GDBChanNum(fp), 0);
+    EXPECT_EQ(GDBGetLayer(fp, 1), layer);
+    EXPECT_EQ(GDBGetLayer(fp, 2), nullptr);
+    HostLayer* second = GDBCreateLayer(fp, "more", "", "");
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(second->nSegment, 2);
+}
+
+TEST_P(LayerContract, SegmentsOfATypeAreWalked) {
+    GDBCreateLayer(fp, "more", "", "");
+    EXPECT_EQ(GDBSegNext(fp, kLayerSegment, 0), 1);
+    EXPECT_EQ(GDBSegNext(fp, kLayerSegment, 1), 2);
+    EXPECT_EQ(GDBSegNext(fp, kLayerSegment, 2), -1);
+    EXPECT_EQ(GDBSegNext(fp, 180, 0), -1);
+    char status = ' ';
+    int type = -1;
+    EXPECT_EQ(IDBSegInfoIO(fp, 2, 0, &status, &type, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(status, 'A');
+    EXPECT_EQ(type, kLayerSegment);
+    EXPECT_EQ(IDBSegInfoIO(fp, 3, 0, &status, &type, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(status, 'E');
+    EXPECT_NE(type, kLayerSegment);
+}
+
+TEST_P(LayerContract, FieldsCountFromZero) {
+    EXPECT_EQ(GDBGetNumFields(layer), 0);
+    EXPECT_EQ(GDBDefineNewField(layer, "Target", kText), 0);
+    EXPECT_EQ(GDBDefineNewField(layer, "m450_500", kReal), 1);
+    EXPECT_EQ(GDBGetNumFields(layer), 2);
+    EXPECT_STREQ(GDBGetFieldName(layer, 0), "Target");
+    EXPECT_STREQ(GDBGetFieldName(layer, 1), "m450_500");
+    EXPECT_EQ(GDBGetFieldName(layer, 2), nullptr);
+    EXPECT_EQ(GDBGetFieldName(layer, -1), nullptr);
+    EXPECT_EQ(GDBDefineNewField(layer, nullptr, kText), -1);
+    char* format = GDBGenFieldFormat(kText, 80, 0, 0);
+    ASSERT_NE(format, nullptr);
+    EXPECT_EQ(GDBSetFieldFormat(layer, 0, format), 1);
+    EXPECT_EQ(GDBSetFieldFormat(layer, 2, format), 0);
+    std::free(format);
+}
+
+TEST_P(LayerContract, ShapesAreWalkedFromTheFirst) {
+    EXPECT_EQ(GDBGetFirst(layer), -1);
+    EXPECT_EQ(GDBCreateShape(layer, 0), 0);
+    EXPECT_EQ(GDBCreateShape(layer, 0), 1);
+    EXPECT_EQ(GDBGetFirst(layer), 0);
+    EXPECT_EQ(GDBGetNext(layer, 0), 1);
+    EXPECT_EQ(GDBGetNext(layer, 1), -1);
+}
+
+TEST_P(LayerContract, ValuesAreKeptByShapeAndField) {
+    fill();
+    EXPECT_STREQ(GDBGetValueString(layer, 0, 0), "grass");
+    EXPECT_STREQ(GDBGetValueString(layer, 1, 0), "soil");
+    EXPECT_EQ(GDBGetValue(layer, 0, 1), 0.1);
+    EXPECT_EQ(GDBGetValue(layer, 1, 1), 1.1);
+    EXPECT_EQ(GDBSetValue(layer, 0, 1, -1.23e34), 1);
+    EXPECT_EQ(GDBSetValueString(layer, 0, 0, ""), 1);
+    EXPECT_EQ(GDBGetValue(layer, 0, 1), -1.23e34);
+    EXPECT_STREQ(GDBGetValueString(layer, 0, 0), "");
+    const int shape = GDBCreateShape(layer, 0);
+    EXPECT_EQ(GDBGetValue(layer, shape, 1), 0.0);
+    EXPECT_STREQ(GDBGetValueString(layer, shape, 0), "");
+}
+
+TEST_P(LayerContract, ATextThatWasHandedOutMayBeEdited) {
+    fill();
+    char* text = GDBGetValueString(layer, 0, 0);
+    ASSERT_NE(text, nullptr);
+    text[2] = '\0';
+    EXPECT_STREQ(text, "gr");
+}
+
+TEST_P(LayerContract, WhatIsNotThereFails) {
+    fill();
+    EXPECT_EQ(GDBGetValue(layer, 2, 1), 0.0);
+    EXPECT_EQ(GDBGetValueString(layer, -1, 0), nullptr);
+    EXPECT_EQ(GDBGetValueString(layer, 0, 2), nullptr);
+    EXPECT_EQ(GDBSetValue(layer, 0, 2, 1), 0);
+    EXPECT_EQ(GDBSetValueString(layer, 2, 0, "x"), 0);
+    EXPECT_EQ(GDBSetValueString(layer, 0, 0, nullptr), 0);
+    EXPECT_EQ(GDBCreateShape(nullptr, 0), -1);
+    EXPECT_EQ(GDBGetFirst(nullptr), -1);
+    EXPECT_EQ(GDBGetNumFields(nullptr), 0);
+    EXPECT_EQ(GDBLayer2Type(nullptr), 0);
+    EXPECT_EQ(GDBSegNext(nullptr, kLayerSegment, 0), -1);
+    EXPECT_EQ(GDBVectorCopy(fp, 9, fp, 0, 0, 0, 0), 0);
+}
+
+TEST_P(LayerContract, ACopyIsTheFirstLayerOfANewFile) {
+    fill();
+    HostFile* target = GDBCreate(kMemoryFile, "", 512, 512, 0, 1, "");
+    ASSERT_NE(target, nullptr);
+    ASSERT_EQ(GDBVectorCopy(fp, layer->nSegment, target, 0, 0, 0, 0), 1);
+    HostLayer* copy = GDBGetLayer(target, 1);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->fp, target);
+    EXPECT_EQ(GDBGetNumFields(copy), 2);
+    EXPECT_STREQ(GDBGetFieldName(copy, 1), "m450_500");
+    EXPECT_STREQ(GDBGetValueString(copy, 1, 0), "soil");
+    GDBSetValue(copy, 1, 1, 7);
+    EXPECT_EQ(GDBGetValue(layer, 1, 1), 1.1);
+    GDBClose(target);
+}
+
+TEST_P(LayerContract, ALayerOfAClosedFileIsRecognised) {
+    fill();
+    GDBClose(fp);
+    fp = nullptr;
+    EXPECT_EQ(GDBGetNumFields(layer), 0);
+    EXPECT_EQ(GDBGetValueString(layer, 0, 0), nullptr);
+    EXPECT_EQ(GDBCreateShape(layer, 0), -1);
+}
+
+TEST_P(LayerContract, AFailureJumpsToTheTrap) {
+    volatile bool returned = false;
+    ASSERT_NE(IMP_Protect(), nullptr);
+    if (setjmp(*IMPProtectBuffer()) == 0) {
+        GDBGetLayer(fp, 9);
+        returned = true;
+        IMPUnprotect();
+    }
+    EXPECT_FALSE(returned);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, LayerContract, testing::Values(kMemoryFile, kNativeFile));
+
+struct LayerFileContract : HostContract {};
+
+TEST_F(LayerFileContract, ANativeFileIsOpenedAgainWithItsLayers) {
+    const std::string name = contract::freshName("spectra.layers");
+    HostFile* fp = GDBCreate(kNativeFile, name.c_str(), 512, 512, 0, 1, "");
+    ASSERT_NE(fp, nullptr);
+    EXPECT_STREQ(fp2filename(fp), name.c_str());
+    HostLayer* layer = GDBCreateLayer(fp, "spectra", "", "");
+    GDBDefineNewField(layer, "m450_500", kReal);
+    GDBSetValue(layer, GDBCreateShape(layer, 0), 0, 0.25);
+    GDBClose(fp);
+    EXPECT_EQ(DKCheck(name.c_str()), 1);
+    EXPECT_EQ(GDBCreate(kNativeFile, name.c_str(), 512, 512, 0, 1, ""), nullptr);
+    fp = GDBOpen(name.c_str(), "r");
+    ASSERT_NE(fp, nullptr);
+    EXPECT_EQ(GDBChanNum(fp), 0);
+    layer = GDBGetLayer(fp, GDBSegNext(fp, kLayerSegment, 0));
+    ASSERT_NE(layer, nullptr);
+    EXPECT_EQ(layer->fp, fp);
+    EXPECT_EQ(GDBGetValue(layer, 0, 0), 0.25);
+    EXPECT_EQ(GDBCreateLayer(fp, "more", "", ""), nullptr);  // open for reading
+    GDBClose(fp);
+}
+
+TEST_F(LayerFileContract, ANamelessFileIsInMemoryOnly) {
+    EXPECT_EQ(GDBCreate(kNativeFile, "", 512, 512, 0, 1, ""), nullptr);
+    EXPECT_EQ(GDBCreate(kNativeFile, nullptr, 512, 512, 0, 1, ""), nullptr);
+    HostFile* first = GDBCreate(kMemoryFile, "", 512, 512, 0, 1, "");
+    HostFile* second = GDBCreate(kMemoryFile, "", 512, 512, 0, 1, "");
+    EXPECT_NE(first, second);
+    GDBCreateLayer(first, "spectra", "", "");
+    EXPECT_EQ(GDBSegNext(second, kLayerSegment, 0), -1);
+    GDBClose(first);
+    GDBClose(second);
+}
+
 // ---- references ----
 
 TEST_P(ImageContract, EachReferenceIsGivenBackOnce) {

@@ -40,9 +40,9 @@ struct HostLayer {
 KS_API void ImageRegister(void);
 /** 1 if a file of that name exists (a link to nowhere is none), 0 if not. */
 KS_API int DKCheck(const char* szFileName);
-/** Opens a file; szAccess is "r" or "r+". The name is that of an image, or NETCDF:"FILE":variable or
- *  HDF5:"FILE"://variable; a relative one counts from the folder of this moment. An image whose samples cannot be
- * written opens with "r+" all the same, for its metadata. Neither access makes a file. */
+/** Opens an image, a native file of layers or an ENVI spectral library; szAccess is "r" or "r+". The name is that of an
+ * image, or NETCDF:"FILE":variable or HDF5:"FILE"://variable; a relative one counts from the folder of this moment. An
+ * image whose samples cannot be written opens with "r+" all the same, for its metadata. Neither access makes a file. */
 KS_API HostFile* GDBOpen(const char* szFileName, const char* szAccess);
 /** Stores what was gathered for the file, whatever references remain, and gives this one back; null is accepted. What
  *  cannot be stored is reported, and lost with the last handle on the file. */
@@ -52,14 +52,19 @@ KS_API void GDBClose(HostFile* fp);
  * whose image, header or sidecar exists, and leaves nothing behind when it fails. */
 KS_API HostFile* IDBCreate(const char* szFileName, int nXSize, int nYSize, const int anChannels[4],
                            const char* szInterleave);
-/** Creates a file for vector layers: not kept by this host yet, so it fails with a report. */
+/** Creates a file for vector layers, without channels; nFileType is 60 for one in memory (no name needed, nothing on
+ * the disk), 3 for a native one, or a type of another program's format (kshost_app.h). nXSize, nYSize, n0, n1 and
+ * szText are 512, 512, 0, 1 and "" by convention. Refuses a name whose file, header or sidecar exists. A native file is
+ * there at once; one of another format appears, whole or not at all, when it is closed or flushed with a layer in it.
+ */
 KS_API HostFile* GDBCreate(int nFileType, const char* szFileName, int nXSize, int nYSize, int n0, int n1,
                            const char* szText);
 /** Adds an entry to the file's processing history, whatever level and channel. */
 KS_API void GDBWriteHistory(HostFile* fp, int nLevel, int nChan, const char* szText);
 /** The file's name as it was opened, owned by the handle. */
 KS_API const char* fp2filename(HostFile* fp);
-/** The file's type: 3, a file that can hold segments; 0 for a handle that is not live. */
+/** The file's type: 3 for an image and a native file, which can hold segments, else the type that GDBCreate takes (29
+ * for an ENVI spectral library, 60 in memory); 0 for a handle that is not live. */
 KS_API int fp2type(HostFile* fp);
 /** 1 if the handle is live; a dead handle is never dereferenced. */
 KS_API int fpValidate(HostFile* fp);
@@ -69,6 +74,7 @@ KS_API HostFile* fpReference(HostFile* fp);
 
 /* ---- channels ---- */
 
+/** These three are 0 for a file of layers. */
 KS_API int GDBChanNum(HostFile* fp);
 KS_API int GDBChanXSize(HostFile* fp);
 KS_API int GDBChanYSize(HostFile* fp);
@@ -112,39 +118,66 @@ KS_API const char* MkName(const char* szFormat, ...) KSHOST_PRINTF(1, 2);
 /** A malloc'ed copy; null for null. */
 KS_API char* _HString(const char* szText);
 
-/* ---- data segments ----
- * Not kept by this host yet: each call fails with a report; IDBSegInfoIO gives the status 'E'. */
+/* ---- segments ----
+ * Numbered from 1. A vector layer is a segment of type 116. Data segments are not kept by this host yet: IDBSegCreate
+ * and IDBMultiArrayIO fail with a report. */
 
 KS_API int IDBSegCreate(HostFile* fp, const char* szName, const char* szDesc, int nType, int64_t nBlocks);
+/** Reads (nMode 0) what a segment is: status 'A' and its type, or, without a report, 'E' and 0 for none of that number.
+ *  The pointers may be null; p0 to p2 are not used. Returns 1, or 0 after a report. */
 KS_API int IDBSegInfoIO(HostFile* fp, int nSegment, int nMode, char* pchStatus, int* pnType, void* p0, void* p1,
                         void* p2);
+/** The next segment of a type behind nPrevious (0: the first); -1 at the end. */
 KS_API int GDBSegNext(HostFile* fp, int nType, int nPrevious);
 KS_API int IDBMultiArrayIO(HostFile* fp, int nMode, int nSegment, int nDimensions, const int64_t* panSizes,
                            int nElementSize, const int64_t* panOffset, const int64_t* panCount, const int64_t* panOpt1,
                            const int64_t* panOpt2, int64_t nPosition, void* pBuffer, int64_t nBytes, int64_t* pnMoved);
 
 /* ---- vector layers ----
- * Not kept by this host yet: each call fails with a report. */
+ * Tables: one shape a row, one value for each field. Fields and shapes count from 0. Numbers are kept to the bit, texts
+ * of any length and bytes as they are. What is written is seen at once by every handle on the file in this process and
+ * stored when one is closed or flushed. A null layer, or one whose file is closed, is reported, as is a shape or field
+ * that is not there. The layer of a spectral library that was opened is only read. */
 
+/** A new layer; its segment number follows the highest of the file. szText1 is its description; both texts may be null.
+ */
 KS_API HostLayer* GDBCreateLayer(HostFile* fp, const char* szName, const char* szText1, const char* szText2);
+/** The layer of a segment: always the same handle, which lives until the last reference to fp is closed. Null after a
+ *  report when there is none. */
 KS_API HostLayer* GDBGetLayer(HostFile* fp, int nSegment);
+/** The type of the file that the layer lies in; 29 for the spectra of a library, also where the library's sidecar holds
+ *  layers of type 3. 0 after a report. */
 KS_API int GDBLayer2Type(HostLayer* hLayer);
 KS_API int GDBGetNumFields(HostLayer* hLayer);
+/** Valid as long as a handle on the file is open; null after a report. */
 KS_API const char* GDBGetFieldName(HostLayer* hLayer, int nField);
+/** Adds a field, type 2 real or 3 text; names may repeat. Shapes that are there get 0 or an empty text. Returns the
+ *  field's number, or -1 after a report, also when the file's format has no room for it. */
 KS_API int GDBDefineNewField(HostLayer* hLayer, const char* szName, int nFieldType);
+/** A new text, to be freed, that says how to show a field's values: a width, and for numbers n0 decimals. */
 KS_API char* GDBGenFieldFormat(int nFieldType, int nWidth, int n0, int n1);
+/** Keeps a format with the field; values are stored and handed out whole all the same. */
 KS_API int GDBSetFieldFormat(HostLayer* hLayer, int nField, const char* szFormat);
+/** Appends a shape of zeros and empty texts; its number, or -1 after a report. The type is kept and means nothing here.
+ */
 KS_API int GDBCreateShape(HostLayer* hLayer, int nShapeType);
+/** In a text field the number becomes its shortest exact text. */
 KS_API int GDBSetValue(HostLayer* hLayer, int nShape, int nField, double dValue);
+/** In a real field the text must begin with a number. */
 KS_API int GDBSetValueString(HostLayer* hLayer, int nShape, int nField, const char* szValue);
+/** A text's value is the number that it begins with, or 0. 0 after a report. */
 KS_API double GDBGetValue(HostLayer* hLayer, int nShape, int nField);
+/** A copy, owned by the layer and valid for its next 15 texts, that the caller may edit in place. A number gives its
+ *  shortest exact text. Null after a report. */
 KS_API char* GDBGetValueString(HostLayer* hLayer, int nShape, int nField);
+/** Copies a layer into another file, without the fields that the file's format cannot hold, in which names may be
+ *  shortened and made unique; n0 to n3 are 0. Returns the segment of the copy, or 0 after a report. */
 KS_API int GDBVectorCopy(HostFile* fpSrc, int nSegSrc, HostFile* fpDst, int n0, int n1, int n2, int n3);
+/** The first shape and the one behind nShape; -1 at the end. */
 KS_API int GDBGetFirst(HostLayer* hLayer);
 KS_API int GDBGetNext(HostLayer* hLayer, int nShape);
 
-/* ---- vector-quantized cubes ----
- * Not kept by this host yet: no file holds one, and making or filling one fails with a report. */
+/* ---- vector-quantized cubes ---- */
 
 /** Describes the file's cube: 1 and *pInfo filled, or 0 when the file holds none. */
 KS_API int VQubeGetInfo(HostFile* fp, KSVQubeInfo* pInfo);

@@ -38,21 +38,33 @@ KS_API void KSHostSetWindow(const char* szParam, const int* panWindow);
 
 /* ---- files ---- */
 
+/** What GDBCreate makes, and fp2type and GDBLayer2Type answer. The formats for other programs hold one layer and
+ * appear, whole or not at all, when the file is closed or flushed; a layer that is copied into one may lose fields. */
+enum KSHostFileType {
+    KSHOST_TYPE_NATIVE = 3,            /**< a file of this host: any number of layers, all their fields */
+    KSHOST_TYPE_SPECTRAL_LIBRARY = 29, /**< ENVI spectral library: "Target", "Quantity" and wavelengths; adds a .hdr */
+    KSHOST_TYPE_MEMORY = 60,           /**< in memory, gone when it is closed */
+    KSHOST_TYPE_CSV = 201,             /**< comma-separated values, the field names in the first row */
+    KSHOST_TYPE_GEOJSON = 202,         /**< a collection of features without a geometry */
+    KSHOST_TYPE_DBF = 203              /**< the table of a shapefile: 255 fields, names of 10 characters */
+};
+
 /** Stores what was gathered for the file now, and brings written samples to the disk. Returns 1, or 0 after a report;
  *  metadata that could not be stored stays gathered. */
 KS_API int KSHostFlush(HostFile* fp);
 
-/** How an image is stored, for display. */
+/** How a file is stored, for display. */
 typedef struct KSHostLayout {
-    const char* szFormat;     /**< "ENVI", "GTiff", "netCDF", ...; owned by the handle, as all texts here */
+    const char* szFormat;     /**< "ENVI", "GTiff", "netCDF", "ENVI Spectral Library", ...; owned by the handle, as all
+                                 texts here */
     const char* szInterleave; /**< "BIP", "BIL", "BSQ", or empty when not known */
-    const char* szSampleType; /**< "UInt16", "Float32", ... of channel 1; empty without channels */
+    const char* szSampleType; /**< "UInt16", "Float32", ... of channel 1, or of the values of a spectral library */
     int bBigEndian;           /**< for formats that can be either */
     const char* szHeader;     /**< the absolute path of the header file beside the image, or empty */
     const char* szSidecar;    /**< the sidecar's absolute path, whether it exists or not */
     int bSidecar;             /**< 1 when a sidecar exists and is used */
 } KSHostLayout;
-/** Returns 1, or 0 when fp is not a live image. */
+/** Returns 1, or 0 when fp is not live. Texts are empty where there is nothing to say. */
 KS_API int KSHostGetLayout(HostFile* fp, KSHostLayout* pLayout);
 
 /** What was guessed, converted or ignored in the foreign header when the image was opened: one text each; the caller
@@ -80,6 +92,31 @@ KS_API int KSHostSetNoData(HostFile* fp, int nChan, double dValue);
  * that fpDst holds, every nXInt-th pixel and nYInt-th line. No-data values are not copied. Returns 1, also when there
  * is nothing to copy, or 0 after a report. */
 KS_API int KSHostCopyGeoreference(HostFile* fpSrc, HostFile* fpDst, const int* panWindow, int nXInt, int nYInt);
+
+/* ---- shapes on an image ---- */
+
+/** Polygons, lines and points of a GeoJSON file (.json, .geojson), an ESRI Shapefile (.shp) or a table (.csv), brought
+ *  to the place of one image. A table has a column WKT, or one vertex a row in columns "x" and "y" (the image's own
+ *  coordinates), "lon" and "lat", or "column" and "line" (pixels); a column "polygon", "id" or "name" tells which
+ *  vertices belong together: three or more make a polygon, two a line, one a point. */
+typedef struct KSHostShapes KSHostShapes;
+
+/** Reads all shapes of a file. Their coordinates are those of the file's own coordinate system, or the image's where
+ * the file names none; bPixels, or an image without a geotransform: pixel and line, 0, 0 at the upper left corner of
+ * the first pixel. The image may be closed before the shapes. Null after a report; free with KSHostCloseShapes. */
+KS_API KSHostShapes* KSHostOpenShapes(const char* szFileName, HostFile* fp, int bPixels);
+KS_API void KSHostCloseShapes(KSHostShapes* pShapes);
+KS_API int KSHostShapeCount(const KSHostShapes* pShapes);
+/** The name that the file gives a shape, 0-based; empty when it gives none. Owned by the shapes. */
+KS_API const char* KSHostShapeName(const KSHostShapes* pShapes, int nShape);
+/** The window of the image (x offset, y offset, width, height) that a shape reaches. Returns 1, or 0 when it lies
+ *  outside the image. */
+KS_API int KSHostShapeWindow(const KSHostShapes* pShapes, int nShape, int anWindow[4]);
+/** Sets to 1 the pixels of a window, row after row, that a shape covers, and leaves the others: pixels whose centre
+ * lies in a polygon, with bAllTouched all pixels that it touches; pixels that a line or a point meets. Returns 1, or 0
+ * after a report. */
+KS_API int KSHostRasterizeShape(const KSHostShapes* pShapes, int nShape, int bAllTouched, const int anWindow[4],
+                                unsigned char* pbyMask);
 
 #ifdef __cplusplus
 }

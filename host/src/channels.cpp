@@ -35,6 +35,15 @@ int factOf(HostFile* fp, const char* caller, Body body) {
     });
 }
 
+/// A count that is 0 for a file of layers, which is no failure.
+template <class Body>
+int countOf(HostFile* fp, const char* caller, Body body) {
+    return guarded(caller, 0, [&] {
+        const HostFile* file = live(fp, caller);
+        return file != nullptr && file->raster != nullptr ? body(file->raster->facts()) : 0;
+    });
+}
+
 int channelType(HostFile* fp, int channel) {
     return factOf(fp, "GDBChanType ()", [channel](const RasterFacts& facts) {
         if (channel >= 1 && channel <= facts.channels) return facts.channelTypes[static_cast<std::size_t>(channel - 1)];
@@ -153,15 +162,15 @@ bool inside(const RasterFacts& facts, int x, int y, int width, int height) {
 using kshost::RasterFacts;
 
 int GDBChanNum(HostFile* fp) {
-    return kshost::factOf(fp, "GDBChanNum ()", [](const RasterFacts& facts) { return facts.channels; });
+    return kshost::countOf(fp, "GDBChanNum ()", [](const RasterFacts& facts) { return facts.channels; });
 }
 
 int GDBChanXSize(HostFile* fp) {
-    return kshost::factOf(fp, "GDBChanXSize ()", [](const RasterFacts& facts) { return facts.width; });
+    return kshost::countOf(fp, "GDBChanXSize ()", [](const RasterFacts& facts) { return facts.width; });
 }
 
 int GDBChanYSize(HostFile* fp) {
-    return kshost::factOf(fp, "GDBChanYSize ()", [](const RasterFacts& facts) { return facts.height; });
+    return kshost::countOf(fp, "GDBChanYSize ()", [](const RasterFacts& facts) { return facts.height; });
 }
 
 int GDBChanType(HostFile* fp, int nChan) {

@@ -483,6 +483,19 @@ std::vector<std::string> enviListItems(const std::string& value) {
     }
 }
 
+std::string enviListItem(std::string_view text) {
+    std::string safe = listSafe(text);
+    // At the start of a line it would begin a comment.
+    if (startsWith(safe, ";")) safe.front() = ':';
+    return safe;
+}
+
+std::string enviListText(const std::vector<std::string>& texts) {
+    std::vector<std::string> safe;
+    for (const std::string& text : texts) safe.push_back(enviListItem(text));
+    return braced(safe);
+}
+
 std::string composeEnviHeader(const RasterFacts& facts, const StringList& fileList,
                               const std::vector<StringList>& channelLists, const Georeference& georeference) {
     return HeaderWriter(facts, fileList, channelLists, georeference).write();

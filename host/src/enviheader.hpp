@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,11 @@ EnviHeader parseEnviHeader(const std::string& bytes);
 
 /// The elements of a "{a, b, c}" value (or the single value), trimmed.
 std::vector<std::string> enviListItems(const std::string& value);
+
+/// A header list of texts, made unable to disturb their neighbours: commas and braces become others.
+std::string enviListText(const std::vector<std::string>& texts);
+/// A text as such a list holds it.
+std::string enviListItem(std::string_view text);
 
 /// A whole header for an image that the host created, from its structure and its lists.
 std::string composeEnviHeader(const RasterFacts& facts, const StringList& fileList,

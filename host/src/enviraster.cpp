@@ -100,8 +100,9 @@ constexpr std::array<EnviType, 9> kTypes = {{{1, SampleType::UInt8, GDT_Byte, "B
                                              {14, SampleType::Int64, GDT_Int64, "Int64"},
                                              {15, SampleType::UInt64, GDT_UInt64, "UInt64"}}};
 
-// True when our own reader can take the samples; complex and compressed ones go through GDAL.
-bool readLayout(const EnviHeader& header, RawLayout& layout, RasterFacts& facts) {
+}  // namespace
+
+bool readEnviLayout(const EnviHeader& header, RawLayout& layout, RasterFacts& facts) {
     constexpr int kMost = std::numeric_limits<int>::max();
     layout.width = facts.width = static_cast<int>(wholeEntry(header, "samples", 1, kMost));
     layout.height = facts.height = static_cast<int>(wholeEntry(header, "lines", 1, kMost));
@@ -150,6 +151,8 @@ bool readLayout(const EnviHeader& header, RawLayout& layout, RasterFacts& facts)
     facts.channelTypes.assign(static_cast<std::size_t>(facts.channels), channelType);
     return wholeEntryOr(header, "file compression", 0, 1000) == 0;
 }
+
+namespace {
 
 // A file in GDAL's memory that goes away with its owner.
 class MemoryFile {
@@ -343,7 +346,7 @@ std::unique_ptr<Raster> openEnvi(const std::string& path, const std::string& hea
         const EnviHeader entries = parseEnviHeader(facts.headerText);
         RawLayout layout;
         layout.path = path;
-        if (!readLayout(entries, layout, facts)) {
+        if (!readEnviLayout(entries, layout, facts)) {
             const HeaderFile file{header, facts.headerText};
             return openGdal(path, false, &file, why);
         }

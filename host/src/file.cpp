@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -13,7 +14,11 @@
 
 #include "hostfile.hpp"
 #include "kshost_app.h"
+#include "rasterformats.hpp"
 #include "report.hpp"
+#include "sidecar.hpp"
+#include "speclibrary.hpp"
+#include "tableformat.hpp"
 #include "vqraster.hpp"
 
 namespace kshost {
@@ -75,6 +80,26 @@ bool describe(HostFile& file) {
     return true;
 }
 
+HostFile* openNative(std::unique_ptr<HostFile> file) {
+    std::string why;
+    file->facts.driver = "SQLite";
+    if (file->writable && eaccess(file->path.c_str(), W_OK) != 0) why = std::strerror(errno);
+    if (why.empty()) file->store = openNativeStore(file->name, why);
+    if (file->store == nullptr) return refused("GDBOpen ()", file->name, why);
+    return enrolled(std::move(file));
+}
+
+HostFile* openLibrary(std::unique_ptr<HostFile> file, const std::string& header) {
+    std::string why;
+    SpectralLibrary library;
+    file->type = KSHOST_TYPE_SPECTRAL_LIBRARY;
+    const bool read = readLibrary(file->path, header, library, why);
+    file->facts = library.facts;
+    if (read) file->store = openLibraryStore(file->name, library.facts, std::move(library.layer), file->writable, why);
+    if (file->store == nullptr) return refused("GDBOpen ()", file->name, why);
+    return enrolled(std::move(file));
+}
+
 HostFile* open(const char* szFileName, const char* szAccess) {
     constexpr const char* kCaller = "GDBOpen ()";
     if (szFileName == nullptr || szAccess == nullptr) return refused(kCaller, "-", "no file name or no access given");
@@ -84,6 +109,9 @@ HostFile* open(const char* szFileName, const char* szAccess) {
     auto file = newHandle(szFileName, writable);
     flushOthers(file->path);
     std::string why;
+    if (looksLikeSidecar(file->path)) return openNative(std::move(file));
+    if (const std::string header = findLibraryHeader(file->path); !header.empty())
+        return openLibrary(std::move(file), header);
     file->raster = openRaster(file->name, writable, why);
     if (file->raster == nullptr) return refused(kCaller, szFileName, why);
     dressAsCube(*file);
@@ -132,6 +160,37 @@ HostFile* create(const char* szFileName, int nXSize, int nYSize, const int* panC
         return refused(kCaller, szFileName, why);
     }
     file->store->markCreated();
+    return enrolled(std::move(file));
+}
+
+/// What keeps a name from being that of a new file for layers, else an empty text.
+std::string whyTaken(const std::string& name, const TableFormat* format) {
+    if (name.empty()) return "the name is empty";
+    if (std::string why = format != nullptr ? format->whyNotNamed() : std::string(); !why.empty()) return why;
+    std::vector<std::string> files = format != nullptr ? format->files() : std::vector{fileOfName(name)};
+    files.push_back(sidecarPath(name));
+    for (const std::string& path : files)
+        if (pathExists(path)) return path + " exists";
+    return {};
+}
+
+HostFile* createForLayers(int type, const char* szFileName, int nXSize, int nYSize) {
+    constexpr const char* kCaller = "GDBCreate ()";
+    if (szFileName == nullptr) return refused(kCaller, "-", "no file name given");
+    auto file = newHandle(szFileName, true);
+    file->type = type;
+    std::string why;
+    if (type == KSHOST_TYPE_MEMORY) {
+        file->store = memoryStore(file->name, nullptr);
+    } else if (std::unique_ptr<TableFormat> format = newTableFormat(type, file->path, why); !why.empty()) {
+        return refused(kCaller, szFileName, why);
+    } else {
+        why = whyTaken(file->name, format.get());
+        if (!why.empty()) return refused(kCaller, szFileName, why);
+        file->store = type == KSHOST_TYPE_NATIVE ? createNativeStore(file->name, nXSize, nYSize, why)
+                                                 : memoryStore(file->name, std::move(format));
+        if (file->store == nullptr) return refused(kCaller, szFileName, why);
+    }
     return enrolled(std::move(file));
 }
 
@@ -211,6 +270,12 @@ HostFile* live(HostFile* fp, const char* caller) {
     return nullptr;
 }
 
+bool mayWrite(const HostFile& file, const char* caller) {
+    if (file.writable) return true;
+    reportFailure(std::string(caller) + ": " + file.name + " is open for reading only.");
+    return false;
+}
+
 bool commitFile(HostFile& file) {
     if (file.store == nullptr || !file.writable) return true;
     Store& store = *file.store;
@@ -218,7 +283,8 @@ bool commitFile(HostFile& file) {
     if (dirty) {
         const std::string why = store.commit();
         if (!why.empty()) {
-            reportFailure(file.name + ": the metadata cannot be stored: " + why);
+            const char* what = file.raster != nullptr ? ": the metadata cannot be stored: " : ": it cannot be stored: ";
+            reportFailure(file.name + what + why);
             return false;
         }
     }
@@ -261,14 +327,12 @@ HostFile* IDBCreate(const char* szFileName, int nXSize, int nYSize, const int an
     return fp;
 }
 
-HostFile* GDBCreate(int /*nFileType*/, const char* szFileName, int, int, int, int, const char*) {
-    guarded("GDBCreate ()", 0, [=] {
-        kshost::refused("GDBCreate ()", szFileName != nullptr ? szFileName : "-",
-                        "this host does not make files for vector layers yet");
-        return 0;
-    });
-    abandonIfTrapped();
-    return nullptr;
+HostFile* GDBCreate(int nFileType, const char* szFileName, int nXSize, int nYSize, int /*n0*/, int /*n1*/,
+                    const char* /*szText*/) {
+    HostFile* fp = guarded<HostFile*>("GDBCreate ()", nullptr,
+                                      [=] { return kshost::createForLayers(nFileType, szFileName, nXSize, nYSize); });
+    if (fp == nullptr) abandonIfTrapped();
+    return fp;
 }
 
 const char* fp2filename(HostFile* fp) {
@@ -280,10 +344,7 @@ const char* fp2filename(HostFile* fp) {
     return name;
 }
 
-int fp2type(HostFile* fp) {
-    constexpr int kHoldsSegments = 3;
-    return fpValidate(fp) != 0 ? kHoldsSegments : 0;
-}
+int fp2type(HostFile* fp) { return fpValidate(fp) != 0 ? fp->type : 0; }
 
 int fpValidate(HostFile* fp) {
     return guarded("fpValidate ()", 0, [=] { return fp != nullptr && kshost::isLive(fp) ? 1 : 0; });

@@ -79,8 +79,11 @@ std::string copyPlace(const HostFile& source, const int* panWindow, int xInt, in
     return {};
 }
 
-int layoutOf(const HostFile& file, KSHostLayout& layout) {
-    const RasterFacts& facts = file.raster->facts();
+int layoutOf(HostFile* fp, KSHostLayout& layout) {
+    const HostFile* found = live(fp, "KSHostGetLayout ()");
+    if (found == nullptr) return 0;
+    const HostFile& file = *found;
+    const RasterFacts& facts = file.raster != nullptr ? file.raster->facts() : file.facts;
     layout.szFormat = facts.driver.c_str();
     layout.szInterleave = facts.interleave.c_str();
     layout.szSampleType = facts.sampleType.c_str();
@@ -97,14 +100,13 @@ int layoutOf(const HostFile& file, KSHostLayout& layout) {
 using kshost::Georeference;
 
 int KSHostGetLayout(HostFile* fp, KSHostLayout* pLayout) {
-    return kshost::answered(fp, "KSHostGetLayout ()", [=](const HostFile& file) {
-        return pLayout != nullptr ? kshost::layoutOf(file, *pLayout) : 0;
-    });
+    return kshost::guarded("KSHostGetLayout ()", 0,
+                           [=] { return pLayout != nullptr ? kshost::layoutOf(fp, *pLayout) : 0; });
 }
 
 HostStringList KSHostGetRemarks(HostFile* fp) {
     return kshost::guarded<HostStringList>("KSHostGetRemarks ()", nullptr, [=]() -> HostStringList {
-        const HostFile* file = kshost::image(fp, "KSHostGetRemarks ()");
+        const HostFile* file = kshost::live(fp, "KSHostGetRemarks ()");
         if (file == nullptr) return nullptr;
         return kshost::StringList(file->store->remarks()).toBoundary();
     });
@@ -112,7 +114,7 @@ HostStringList KSHostGetRemarks(HostFile* fp) {
 
 HostStringList KSHostGetHistory(HostFile* fp) {
     return kshost::guarded<HostStringList>("KSHostGetHistory ()", nullptr, [=]() -> HostStringList {
-        const HostFile* file = kshost::image(fp, "KSHostGetHistory ()");
+        const HostFile* file = kshost::live(fp, "KSHostGetHistory ()");
         if (file == nullptr) return nullptr;
         return kshost::StringList(file->store->history()).toBoundary();
     });

@@ -86,6 +86,7 @@ bool isChannel(const HostFile& file, int channel) {
 bool hasLevel(const HostFile& file, int level, int number, const char* caller) {
     if (level == kFileLevel) return true;
     if (level == kChannelLevel && isChannel(file, number)) return true;
+    if (level == kSegmentLevel && file.store->segments().count(number) != 0) return true;
     const std::string place = level == kChannelLevel   ? "has no channel " + std::to_string(number)
                               : level == kSegmentLevel ? "has no segment " + std::to_string(number)
                                                        : "keeps no metadata of level " + std::to_string(level);
@@ -94,12 +95,6 @@ bool hasLevel(const HostFile& file, int level, int number, const char* caller) {
 }
 
 int normalNumber(int level, int number) { return level == kFileLevel ? -1 : number; }
-
-bool mayWrite(const HostFile& file, const char* caller) {
-    if (file.writable) return true;
-    reportFailure(std::string(caller) + ": " + file.name + " is open for reading only.");
-    return false;
-}
 
 /// Cuts a text to what fits into a caller's buffer, never within a UTF-8 character.
 std::string fitting(std::string text, size_t size) {

@@ -215,6 +215,8 @@ std::unique_ptr<Raster> createRaster(const std::string& name, int width, int hei
                                                : createEnvi(path, width, height, channels, type, why);
 }
 
+bool hasImageSignature(const std::string& path) { return signatureOf(path) != Signature::None; }
+
 std::string fileOfName(const std::string& name) { return parseName(name).path; }
 
 std::string sidecarPath(const std::string& name) {
@@ -249,43 +251,6 @@ bool readWholeFile(const std::string& path, std::string& bytes, std::string& why
     file.read(bytes.data(), length);
     if (file.gcount() != length) return why = path + ": cannot be read", false;
     return true;
-}
-
-std::string replaceFile(const std::string& path, const std::string& bytes) {
-    const std::string temporary = path + ".new" + std::to_string(::getpid());
-    const auto failed = [&](const char* what) {
-        std::string why = path + ": cannot " + what + ": " + std::strerror(errno);
-        ::unlink(temporary.c_str());
-        return why;
-    };
-    struct stat status {};
-    const mode_t mode = ::stat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0666;
-    const int descriptor = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-    if (descriptor < 0) return failed("be written");
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t put = ::write(descriptor, bytes.data() + done, bytes.size() - done);
-        if (put < 0 && errno == EINTR) continue;
-        if (put < 0) {
-            std::string why = failed("be written");
-            ::close(descriptor);
-            return why;
-        }
-        done += static_cast<std::size_t>(put);
-    }
-    const bool synced = ::fsync(descriptor) == 0;
-    const bool closed = ::close(descriptor) == 0;
-    if (!synced || !closed) return failed("be brought to the disk");
-    if (::rename(temporary.c_str(), path.c_str()) != 0) return failed("be replaced");
-    // The rename itself is on the disk once the folder is.
-    const std::size_t slash = path.find_last_of('/');
-    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const int directory = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory >= 0) {
-        ::fsync(directory);
-        ::close(directory);
-    }
-    return {};
 }
 
 }  // namespace kshost

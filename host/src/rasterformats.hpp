@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "enviheader.hpp"
 #include "raster.hpp"
 #include "rawcube.hpp"
 
@@ -46,6 +47,9 @@ private:
 std::vector<std::string> enviHeaderNames(const std::string& path);
 /// The header beside an ENVI image, or an empty text.
 std::string findEnviHeader(const std::string& path);
+/// Sizes, sample type and order of an ENVI header; throws with what is wrong. True when our own reader can take the
+/// samples; complex and compressed ones go through GDAL.
+bool readEnviLayout(const EnviHeader& header, RawLayout& layout, RasterFacts& facts);
 std::unique_ptr<Raster> openEnvi(const std::string& path, const std::string& header, bool writable, std::string& why);
 std::unique_ptr<Raster> createEnvi(const std::string& path, int width, int height, int channels, int type,
                                    std::string& why);
@@ -82,6 +86,15 @@ bool sampleTypeOf(GDALDataType type, SampleType& sample);
 bool readWholeFile(const std::string& path, std::string& bytes, std::string& why);
 /// Puts a file in the place of another, whole or not at all, and on the disk.
 std::string replaceFile(const std::string& path, const std::string& bytes);
+/// Several files that belong together: all are written whole before the first takes its place, in the given order. When
+/// they are `fresh`, none may exist, and those that took their place go away again when a later one fails.
+struct NewFile {
+    std::string path;
+    std::string bytes;
+};
+std::string placeFiles(const std::vector<NewFile>& files, bool fresh);
+/// True when a file begins as the images that are told by their first bytes.
+bool hasImageSignature(const std::string& path);
 bool pathExists(const std::string& path);
 /// The path with the extension of its last part replaced, or added.
 std::string withExtension(const std::string& path, const std::string& extension);

@@ -3,26 +3,25 @@
 #include "sidecar.hpp"
 
 #include <fcntl.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <cmath>
-#include <cstdlib>
-#include <cstring>
-#include <limits>
+#include <fstream>
 #include <memory>
-#include <stdexcept>
+#include <string_view>
+
+#include "database.hpp"
 
 namespace kshost {
 namespace {
 
 constexpr int kApplicationId = 0x6b736c62;  // "kslb"
-constexpr int kVersion = 2;
+constexpr int kVersion = 3;
 constexpr int kCodebookVersion = 2;  // the first that can hold a codebook
-constexpr int kBusyMilliseconds = 5000;
+constexpr int kLayerVersion = 3;     // the first that can hold segments
 constexpr int kCommitAttempts = 3;
 
 constexpr const char* kSchema = R"sql(
@@ -53,171 +52,6 @@ CREATE TABLE code_vectors(first INTEGER PRIMARY KEY, components BLOB NOT NULL);
 )sql";
 constexpr size_t kRunBytes = size_t{1} << 20U;
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "components are stored as they are in memory");
-
-/// A failure that leaves through one place, where the transaction is undone and the text handed back.
-struct SidecarError : std::runtime_error {
-    SidecarError(const std::string& text, int resultCode) : std::runtime_error(text), code(resultCode) {}
-    int code;
-};
-
-bool outOfSpace(int code, int systemError) {
-    return code == SQLITE_FULL ||
-           ((code & 0xff) == SQLITE_IOERR && (systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG));
-}
-
-/// Says what happened and what to do about it.
-std::string explanation(const std::string& path, int code, int systemError, const char* detail) {
-    const int primary = code & 0xff;
-    if (code == SQLITE_READONLY_ROLLBACK || code == SQLITE_READONLY_RECOVERY) {
-        return path +
-               " holds an interrupted write that must be undone first, and this needs permission to write: make " +
-               path + ", " + path + "-journal and their folder writable and open the image once";
-    }
-    if (primary == SQLITE_BUSY || primary == SQLITE_LOCKED) {
-        return path + " is locked by another program; try again when that has finished";
-    }
-    if (outOfSpace(code, systemError) ||
-        (primary == SQLITE_CANTOPEN && (systemError == ENOSPC || systemError == EDQUOT))) {
-        return "no room to write " + path + " (disk full, or a limit on file sizes); make room and try again";
-    }
-    if (primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB) {
-        return path +
-               " is damaged or no metadata file of this library; move it away to use the image without it, or put "
-               "a good copy in its place";
-    }
-    if (primary == SQLITE_READONLY || primary == SQLITE_CANTOPEN || primary == SQLITE_PERM || primary == SQLITE_AUTH) {
-        const std::string reason = systemError != 0 ? std::string(" (") + std::strerror(systemError) + ")" : "";
-        return path + " cannot be opened or written" + reason +
-               "; check the permissions of the file and its folder, or copy the image to a folder that can be written";
-    }
-    return path + ": " + detail;
-}
-
-int busyMilliseconds() {
-    const char* text = std::getenv("KSHOST_BUSY_TIMEOUT");
-    if (text == nullptr) return kBusyMilliseconds;
-    const long value = std::strtol(text, nullptr, 10);
-    return value >= 0 && value <= 3600 * 1000 ? static_cast<int>(value) : kBusyMilliseconds;
-}
-
-class Connection {
-public:
-    Connection(const std::string& path, int flags) : path_(path) {
-        // A leading "./" keeps names that mean something to SQLite (":memory:") names of files.
-        const std::string name = path.empty() || path[0] == '/' ? path : "./" + path;
-        const int code = sqlite3_open_v2(name.c_str(), &db_, flags, nullptr);
-        if (code != SQLITE_OK) {
-            const SidecarError error = errorOf(code);
-            sqlite3_close(db_);
-            throw error;
-        }
-        sqlite3_extended_result_codes(db_, 1);
-        sqlite3_busy_timeout(db_, busyMilliseconds());
-    }
-    ~Connection() { sqlite3_close(db_); }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-
-    void run(const char* sql) {
-        const int code = sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
-        if (code != SQLITE_OK) throw errorOf(code);
-    }
-    /// Undoes an open transaction; there is nothing to do when the failure has undone it already.
-    void undo() noexcept { sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr); }
-
-    SidecarError errorOf(int code) const {
-        const int seen = errno;
-        const int told = db_ != nullptr ? sqlite3_system_errno(db_) : 0;
-        // SQLite forgets the reason of a write that failed while it committed; nothing has been called since.
-        const int systemError = told == 0 && (code & 0xff) == SQLITE_IOERR ? seen : told;
-        const int extended =
-            db_ != nullptr && sqlite3_extended_errcode(db_) != SQLITE_OK ? sqlite3_extended_errcode(db_) : code;
-        const char* detail = db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(code);
-        return SidecarError(explanation(path_, extended, systemError, detail), extended);
-    }
-    [[noreturn]] void refuse(const std::string& text) const { throw SidecarError(path_ + " " + text, SQLITE_ERROR); }
-
-    sqlite3* handle() const { return db_; }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-    sqlite3* db_ = nullptr;
-};
-
-/// A prepared statement: bind values in order, step through rows or run.
-class Statement {
-public:
-    Statement(Connection& connection, const char* sql) : connection_(connection) {
-        check(sqlite3_prepare_v2(connection.handle(), sql, -1, &statement_, nullptr));
-    }
-    ~Statement() { sqlite3_finalize(statement_); }
-    Statement(const Statement&) = delete;
-    Statement& operator=(const Statement&) = delete;
-
-    Statement& bind(int value) { return bound(sqlite3_bind_int(statement_, ++position_, value)); }
-    Statement& bind(std::int64_t value) { return bound(sqlite3_bind_int64(statement_, ++position_, value)); }
-    /// SQLite has no NaN: it is kept as null.
-    Statement& bind(double value) { return bound(sqlite3_bind_double(statement_, ++position_, value)); }
-    Statement& bindNull() { return bound(sqlite3_bind_null(statement_, ++position_)); }
-    Statement& bind(const std::string& text) {
-        return bound(
-            sqlite3_bind_text64(statement_, ++position_, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
-    }
-    /// The bytes must stay until the statement has run.
-    Statement& bindBlob(const unsigned char* bytes, size_t size) {
-        return bound(sqlite3_bind_blob64(statement_, ++position_, bytes, size, SQLITE_STATIC));
-    }
-    void run() {
-        while (step()) {
-        }
-        check(sqlite3_reset(statement_));
-        position_ = 0;
-    }
-    bool step() {
-        const int code = sqlite3_step(statement_);
-        if (code != SQLITE_ROW && code != SQLITE_DONE) throw connection_.errorOf(code);
-        return code == SQLITE_ROW;
-    }
-    int integer(int column) const { return sqlite3_column_int(statement_, column); }
-    std::int64_t integer64(int column) const { return sqlite3_column_int64(statement_, column); }
-    bool isNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
-    double real(int column) const {
-        return isNull(column) ? std::numeric_limits<double>::quiet_NaN() : sqlite3_column_double(statement_, column);
-    }
-    std::string text(int column) const {
-        const unsigned char* bytes = sqlite3_column_text(statement_, column);
-        const auto size = static_cast<size_t>(sqlite3_column_bytes(statement_, column));
-        return bytes == nullptr ? std::string() : std::string(bytes, bytes + size);
-    }
-    /// Adds a blob's bytes to others, or false when the value is no blob or would make them more than `most`.
-    bool appendBlob(int column, std::vector<unsigned char>& bytes, size_t most) const {
-        if (sqlite3_column_type(statement_, column) != SQLITE_BLOB) return false;
-        const auto* blob = static_cast<const unsigned char*>(sqlite3_column_blob(statement_, column));
-        const auto size = static_cast<size_t>(sqlite3_column_bytes(statement_, column));
-        if (blob == nullptr || size > most - bytes.size()) return false;
-        bytes.insert(bytes.end(), blob, blob + size);
-        return true;
-    }
-
-private:
-    void check(int code) const {
-        if (code != SQLITE_OK) throw connection_.errorOf(code);
-    }
-    Statement& bound(int code) {
-        check(code);
-        return *this;
-    }
-
-    Connection& connection_;
-    sqlite3_stmt* statement_ = nullptr;
-    int position_ = 0;
-};
-
-int integerOf(Connection& connection, const char* sql) {
-    Statement statement(connection, sql);
-    return statement.step() ? statement.integer(0) : 0;
-}
 
 /// True when the database holds our tables, false when it holds nothing at all; anything else is refused.
 bool holdsContent(Connection& connection) {
@@ -303,18 +137,22 @@ SidecarContent readContent(Connection& connection) {
     while (channels.step()) content.descriptions[channels.integer(0)] = channels.text(1);
     Statement history(connection, "SELECT entry FROM history ORDER BY id");
     while (history.step()) content.history.push_back(history.text(0));
-    if (integerOf(connection, "PRAGMA user_version") >= kCodebookVersion) content.codebook = readCodebook(connection);
+    const int version = integerOf(connection, "PRAGMA user_version");
+    if (version >= kCodebookVersion) content.codebook = readCodebook(connection);
+    if (version >= kLayerVersion) content.segments = readSegments(connection);
     return content;
 }
 
-std::optional<SidecarContent> readThrough(const std::string& path, int flags) {
+/// Reads within one transaction; false when the database holds nothing.
+template <class Read>
+bool readThrough(const std::string& path, int flags, Read read) {
     Connection connection(path, flags);
     connection.run("PRAGMA cell_size_check=ON; PRAGMA trusted_schema=OFF");
     connection.run("BEGIN");
-    std::optional<SidecarContent> content;
-    if (holdsContent(connection)) content = readContent(connection);
+    const bool held = holdsContent(connection);
+    if (held) read(connection);
     connection.run("COMMIT");
-    return content;
+    return held;
 }
 
 enum class FileState { kAbsent, kEmpty, kPresent };
@@ -383,11 +221,17 @@ void setVersion(Connection& connection, int version) {
     connection.run(("PRAGMA user_version=" + std::to_string(version)).c_str());
 }
 
+/// Makes the tables that a sidecar of an earlier version lacks.
+void ensureVersion(Connection& connection, int version) {
+    const int found = integerOf(connection, "PRAGMA user_version");
+    if (found >= version) return;
+    if (found < kCodebookVersion) connection.run(kCodebookSchema);
+    if (found < kLayerVersion && version >= kLayerVersion) makeLayerSchema(connection);
+    setVersion(connection, version);
+}
+
 void writeCodebook(Connection& connection, const Codebook& codebook) {
-    if (integerOf(connection, "PRAGMA user_version") < kCodebookVersion) {
-        connection.run(kCodebookSchema);
-        setVersion(connection, kCodebookVersion);
-    }
+    ensureVersion(connection, kCodebookVersion);
     Statement(connection, "INSERT OR REPLACE INTO codebook VALUES (1, ?, ?, ?, ?)")
         .bind(codebook.vectors)
         .bind(codebook.bands)
@@ -415,15 +259,23 @@ void writeChanges(Connection& connection, const SidecarChanges& changes, std::in
     Statement add(connection, "INSERT INTO history(time, entry) VALUES (strftime('%Y-%m-%dT%H:%M:%SZ', 'now'), ?)");
     for (const std::string& entry : changes.history) add.bind(entry).run();
     if (changes.codebook != nullptr) writeCodebook(connection, *changes.codebook);
+    for (const auto& [segment, layer] : changes.layers) {
+        ensureVersion(connection, kLayerVersion);
+        writeLayer(connection, segment, layer, count);
+    }
 }
 
-void apply(const SidecarChanges& changes, SidecarContent& content) {
+/// Takes changes into what is known, as commit number `count`.
+void apply(const SidecarChanges& changes, std::int64_t count, SidecarContent& content) {
     content.image = changes.image;
+    content.changes = count;
     for (const auto& [id, list] : changes.lists) content.lists[id] = list;
     for (const auto& [channel, text] : changes.descriptions) content.descriptions[channel] = text;
     if (changes.georeference) content.georeference = changes.georeference;
     content.history.insert(content.history.end(), changes.history.begin(), changes.history.end());
     if (changes.codebook != nullptr) content.codebook = changes.codebook;
+    for (const auto& [segment, layer] : changes.layers)
+        content.segments[segment] = {kLayerSegment, layer.table->name(), layer.table->description(), count};
 }
 
 void makeSchema(Connection& connection) {
@@ -431,21 +283,31 @@ void makeSchema(Connection& connection) {
     setVersion(connection, kVersion);
     connection.run(kSchema);
     connection.run(kCodebookSchema);
+    makeLayerSchema(connection);
+}
+
+/// Makes a sidecar of all that is known: one that vanished meanwhile must not take other levels with it. Layers that
+/// were not read before are gone with it all the same.
+SidecarContent storeAnew(Connection& connection, const SidecarChanges& changes, const SidecarContent& known) {
+    makeSchema(connection);
+    SidecarChanges all = changes;
+    all.layers.insert(changes.unchangedLayers.begin(), changes.unchangedLayers.end());
+    for (auto& [segment, layer] : all.layers) layer.revision = 0;
+    SidecarContent whole = known;
+    whole.segments.clear();
+    apply(all, 1, whole);
+    all.lists = whole.lists;
+    all.descriptions = whole.descriptions;
+    all.georeference = whole.georeference;
+    all.history = whole.history;
+    all.codebook = whole.codebook;
+    writeChanges(connection, all, whole.changes);
+    return whole;
 }
 
 /// Stores within an open transaction and gives back what the sidecar then holds.
 SidecarContent storeWithin(Connection& connection, const SidecarChanges& changes, const SidecarContent& known) {
-    SidecarContent whole = known;
-    if (!holdsContent(connection)) {
-        // All that is known goes in: a sidecar that vanished meanwhile must not take other levels with it.
-        makeSchema(connection);
-        apply(changes, whole);
-        whole.changes = 1;
-        writeChanges(connection,
-                     {whole.image, whole.lists, whole.descriptions, whole.georeference, whole.history, whole.codebook},
-                     1);
-        return whole;
-    }
+    if (!holdsContent(connection)) return storeAnew(connection, changes, known);
     SidecarContent stored;
     readImage(connection, stored);
     const SidecarImage& image = stored.image;
@@ -453,9 +315,8 @@ SidecarContent storeWithin(Connection& connection, const SidecarChanges& changes
         image.channels != changes.image.channels) {
         connection.refuse("belongs to another image by now; open the image again");
     }
-    if (stored.changes != known.changes) whole = readContent(connection);
-    apply(changes, whole);
-    whole.changes = stored.changes + 1;
+    SidecarContent whole = stored.changes == known.changes ? known : readContent(connection);
+    apply(changes, stored.changes + 1, whole);
     writeChanges(connection, changes, whole.changes);
     return whole;
 }
@@ -494,27 +355,62 @@ SidecarContent commitOnce(const std::string& path, const SidecarChanges& changes
     }
 }
 
-}  // namespace
-
-std::optional<SidecarContent> readSidecar(const std::string& path, std::string& why) {
+/// Reads a sidecar that is there; an interrupted commit is undone first.
+template <class Read>
+bool readPresent(const std::string& path, std::string& why, Read read) {
     why.clear();
-    if (stateOf(path, why) != FileState::kPresent || !why.empty()) return std::nullopt;
+    if (stateOf(path, why) != FileState::kPresent || !why.empty()) return false;
     try {
         try {
-            return readThrough(path, SQLITE_OPEN_READONLY);
-        } catch (const SidecarError& error) {
+            return readThrough(path, SQLITE_OPEN_READONLY, read);
+        } catch (const DatabaseError& error) {
             if (error.code != SQLITE_READONLY_ROLLBACK && error.code != SQLITE_READONLY_RECOVERY) throw;
         }
         // A killed writer left its journal: reading means undoing it, which only a writable connection can.
         if (eaccess(path.c_str(), W_OK) != 0) {
             why = explanation(path, SQLITE_READONLY_ROLLBACK, 0, "");
-            return std::nullopt;
+            return false;
         }
-        return readThrough(path, SQLITE_OPEN_READWRITE);
-    } catch (const SidecarError& error) {
+        return readThrough(path, SQLITE_OPEN_READWRITE, read);
+    } catch (const DatabaseError& error) {
         why = error.what();
-        return std::nullopt;
+        return false;
     }
+}
+
+}  // namespace
+
+std::optional<SidecarContent> readSidecar(const std::string& path, std::string& why) {
+    SidecarContent content;
+    const bool held = readPresent(path, why, [&](Connection& connection) { content = readContent(connection); });
+    return held ? std::optional(std::move(content)) : std::nullopt;
+}
+
+std::string readStoredLayer(const std::string& path, int segment, EditableTable& table, std::int64_t& revision) {
+    std::string why;
+    const bool held = readPresent(path, why, [&](Connection& connection) {
+        if (integerOf(connection, "PRAGMA user_version") < kLayerVersion) connection.refuse("holds no layers");
+        readLayer(connection, segment, table);
+        revision = readSegments(connection)[segment].revision;
+    });
+    return held || !why.empty() ? why : path + " has vanished";
+}
+
+void keepInMemory(const SidecarChanges& changes, SidecarContent& content) {
+    apply(changes, content.changes + 1, content);
+}
+
+bool looksLikeSidecar(const std::string& path) {
+    struct stat info = {};
+    if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+    // SQLite's header: its own title, and the number that a program marks its databases with.
+    std::ifstream file(path, std::ios::binary);
+    std::array<char, 72> start{};
+    file.read(start.data(), start.size());
+    const std::string_view bytes(start.data(), start.size());
+    constexpr std::string_view kMark("\x6b\x73\x6c\x62", 4);
+    return file.gcount() == static_cast<std::streamsize>(start.size()) &&
+           bytes.substr(0, 16) == std::string_view("SQLite format 3\0", 16) && bytes.substr(68, 4) == kMark;
 }
 
 std::string commitSidecar(const std::string& path, const SidecarChanges& changes, SidecarContent& content) {
@@ -525,7 +421,7 @@ std::string commitSidecar(const std::string& path, const SidecarChanges& changes
         try {
             content = commitOnce(path, changes, content);
             return {};
-        } catch (const SidecarError& error) {
+        } catch (const DatabaseError& error) {
             if (error.code == SQLITE_READONLY_DBMOVED && attempt < kCommitAttempts) continue;
             if (!existed) removeIfEmpty(path);
             return error.what();

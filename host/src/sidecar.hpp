@@ -12,6 +12,7 @@
 
 #include "codebook.hpp"
 #include "facts.hpp"
+#include "layerstore.hpp"
 #include "stringlist.hpp"
 
 namespace kshost {
@@ -37,6 +38,7 @@ struct SidecarContent {
     std::optional<Georeference> georeference;
     std::vector<std::string> history;
     std::shared_ptr<const Codebook> codebook;  // of a vector-quantized cube, else null
+    Segments segments;                         // the directory; layers are read when they are asked for
 };
 
 /// What one commit stores. Levels that are not named keep what the sidecar holds for them.
@@ -47,12 +49,24 @@ struct SidecarChanges {
     std::optional<Georeference> georeference;
     std::vector<std::string> history;          // to be added
     std::shared_ptr<const Codebook> codebook;  // null: as it was
+    StoredLayers layers;                       // new ones and changed ones
+    StoredLayers unchangedLayers;              // needed only when the sidecar has to be made anew
 };
 
 /// What a sidecar holds; nothing when there is none. A file that cannot be used leaves a reason in `why`. A sidecar
 /// that was interrupted in its first commit counts as none. Takes no write lock and makes no file, except that an
 /// interrupted later commit is undone first, as anyone must who wants to read.
 std::optional<SidecarContent> readSidecar(const std::string& path, std::string& why);
+
+/// Reads one layer into a table, and the commit that stored it. Returns an empty text, or a reason with whatever was
+/// read by then in the table.
+std::string readStoredLayer(const std::string& path, int segment, EditableTable& table, std::int64_t& revision);
+
+/// Takes changes into a content that lies in no file.
+void keepInMemory(const SidecarChanges& changes, SidecarContent& content);
+
+/// True when a file begins as the databases of this host do.
+bool looksLikeSidecar(const std::string& path);
 
 /// Stores changes in one transaction, making the sidecar when there is none. `content` is what this process knows of
 /// the sidecar, and afterwards what it holds, commits of other processes included. A sidecar that has vanished is made

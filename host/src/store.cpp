@@ -3,21 +3,28 @@
 // image.
 #include "store.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <set>
 
 #include "enviheader.hpp"
 #include "import.hpp"
+#include "kshost_app.h"
 #include "raster.hpp"
 #include "report.hpp"
 #include "sidecar.hpp"
+#include "tableformat.hpp"
 #include "text.hpp"
 
 namespace kshost {
@@ -87,8 +94,16 @@ public:
           path_(std::move(path)),
           inode_(inodeOf(file_)) {}
 
+    /// A store in memory, which at each commit writes its layer in a format, if it has one.
+    SidecarStore(std::string name, std::unique_ptr<TableFormat> format)
+        : imageName_(std::move(name)), format_(std::move(format)) {}
+
     /// Takes in the raster's facts and the sidecar as they are now. What was gathered stays.
     bool load(const RasterFacts& facts, std::string& why);
+    /// The same for a spectral library, whose own layer comes from its file.
+    bool load(const RasterFacts& facts, ForeignLayer layer, std::string& why);
+    /// The same for a native file.
+    bool loadNative(std::string& why);
     /// A reason why the file must not be written, or an empty text.
     const std::string& writeObstacle() const { return writeObstacle_; }
 
@@ -102,6 +117,11 @@ public:
     std::vector<std::string> history() override;
     std::shared_ptr<const Codebook> codebook() override { return content_.codebook; }
     std::string putCodebook(std::shared_ptr<const Codebook> codebook) override;
+    Segments segments() override;
+    std::shared_ptr<Table> table(int segment, std::string& why) override;
+    int addTable(std::shared_ptr<EditableTable> table, std::string& why) override;
+    int typeOf(int segment) const override;
+    const TableFormat* format() const override { return format_.get(); }
     void markCreated() override;
     bool created() override { return markedCreated_ || content_.image.created; }
     bool dirty() const override;
@@ -124,7 +144,9 @@ private:
     void judgeHeader();
     const std::string* setDescription(int channel) const;
     SidecarImage imageToStore();
-    std::string storeNow(const SidecarChanges& changes);
+    std::string storeNow(SidecarChanges& changes);
+    std::string storeInMemory(const SidecarChanges& changes);
+    void refreshLayers();
 
     std::string imageName_;
     std::string file_;
@@ -134,7 +156,10 @@ private:
     ImportedMetadata derived_;
     std::vector<std::string> remarks_;
     SidecarContent content_;   // as in the sidecar, or empty
-    SidecarChanges gathered_;  // since the last commit
+    SidecarChanges gathered_;  // since the last commit, but for the layers
+    StoredLayers layers_;      // those that were asked for and the new ones; each knows what has changed
+    std::optional<ForeignLayer> foreign_;
+    std::unique_ptr<TableFormat> format_;
     bool hasSidecar_ = false;
     bool markedCreated_ = false;
     bool headerStale_ = false;
@@ -167,10 +192,99 @@ bool SidecarStore::load(const RasterFacts& facts, std::string& why) {
     }
     judgeHeader();
     // An image of this host says nothing that was not stored: its header only repeats the lists.
-    derived_ = created() ? ImportedMetadata() : importMetadata(facts_);
+    if (foreign_) {
+        derived_ = {foreign_->fileList, {}, foreign_->remarks};
+    } else {
+        derived_ = created() ? ImportedMetadata() : importMetadata(facts_);
+    }
     remarks_ = facts_.remarks;
     remarks_.insert(remarks_.end(), derived_.remarks.begin(), derived_.remarks.end());
+    refreshLayers();
     return true;
+}
+
+bool SidecarStore::load(const RasterFacts& facts, ForeignLayer layer, std::string& why) {
+    foreign_ = std::move(layer);
+    return load(facts, why);
+}
+
+bool SidecarStore::loadNative(std::string& why) {
+    std::optional<SidecarContent> content = readSidecar(path_, why);
+    if (!why.empty()) return false;
+    if (!content) return why = path_ + " holds nothing", false;
+    if (content->image.channels != 0 || !content->image.created)
+        return why = "this is a sidecar: open the image or library that it lies beside", false;
+    facts_.width = content->image.width;
+    facts_.height = content->image.height;
+    content_ = std::move(*content);
+    hasSidecar_ = true;
+    refreshLayers();
+    return true;
+}
+
+// ---- layers ----
+
+Segments SidecarStore::segments() {
+    Segments all = content_.segments;
+    if (foreign_) all[1] = {kLayerSegment, foreign_->table->name(), foreign_->table->description(), 0};
+    for (const auto& [number, layer] : layers_)
+        all.insert({number, {kLayerSegment, layer.table->name(), layer.table->description(), 0}});
+    return all;
+}
+
+std::shared_ptr<Table> SidecarStore::table(int segment, std::string& why) {
+    if (foreign_ && segment == 1) return foreign_->table;
+    if (const auto found = layers_.find(segment); found != layers_.end()) return found->second.table;
+    const auto stored = content_.segments.find(segment);
+    if (stored == content_.segments.end() || stored->second.type != kLayerSegment) {
+        why = "there is no layer in segment " + std::to_string(segment);
+        return nullptr;
+    }
+    StoredLayer layer = {std::make_shared<EditableTable>("", "", ""), 0};
+    why = readStoredLayer(path_, segment, *layer.table, layer.revision);
+    if (!why.empty()) return nullptr;
+    layers_[segment] = layer;
+    return layer.table;
+}
+
+int SidecarStore::typeOf(int segment) const {
+    if (foreign_ && segment == 1) return KSHOST_TYPE_SPECTRAL_LIBRARY;
+    if (!path_.empty()) return KSHOST_TYPE_NATIVE;
+    return format_ != nullptr ? format_->type() : KSHOST_TYPE_MEMORY;
+}
+
+int SidecarStore::addTable(std::shared_ptr<EditableTable> table, std::string& why) {
+    const Segments taken = segments();
+    if (format_ != nullptr && !taken.empty()) {
+        why = "a file of this format holds one layer";
+        return 0;
+    }
+    const int number = taken.empty() ? 1 : taken.rbegin()->first + 1;
+    layers_[number] = {std::move(table), 0};
+    return number;
+}
+
+/// Reads layers again that another program has stored meanwhile, and lets go of those that are no longer there.
+void SidecarStore::refreshLayers() {
+    if (path_.empty()) return;
+    for (auto i = layers_.begin(); i != layers_.end();) {
+        StoredLayer& layer = i->second;
+        const auto stored = content_.segments.find(i->first);
+        if (layer.table->dirty() || (stored != content_.segments.end() && stored->second.revision == layer.revision)) {
+            ++i;
+        } else if (stored == content_.segments.end() || layer.table.use_count() == 1) {
+            i = layers_.erase(i);
+        } else {
+            EditableTable fresh("", "", "");
+            const std::string why = readStoredLayer(path_, i->first, fresh, layer.revision);
+            if (why.empty()) {
+                *layer.table = std::move(fresh);
+            } else {
+                reportFailure(imageName_ + ": a layer that has changed cannot be read: " + why);
+            }
+            ++i;
+        }
+    }
 }
 
 void SidecarStore::markCreated() {
@@ -260,7 +374,8 @@ std::vector<std::string> SidecarStore::history() {
 
 bool SidecarStore::dirty() const {
     return markedCreated_ || !gathered_.lists.empty() || !gathered_.descriptions.empty() ||
-           gathered_.georeference.has_value() || !gathered_.history.empty();
+           gathered_.georeference.has_value() || !gathered_.history.empty() ||
+           std::any_of(layers_.begin(), layers_.end(), [](const auto& layer) { return layer.second.table->dirty(); });
 }
 
 /// The image's own row. The header that the host is about to write is composed here too, so that its hash is stored
@@ -276,8 +391,21 @@ SidecarImage SidecarStore::imageToStore() {
     return image;
 }
 
-std::string SidecarStore::storeNow(const SidecarChanges& changes) {
+std::string SidecarStore::storeInMemory(const SidecarChanges& changes) {
+    if (format_ != nullptr && !changes.layers.empty()) {
+        const std::string why = format_->write(*changes.layers.begin()->second.table);
+        if (!why.empty()) return why;
+    }
+    keepInMemory(changes, content_);
+    return {};
+}
+
+std::string SidecarStore::storeNow(SidecarChanges& changes) {
+    if (path_.empty()) return storeInMemory(changes);
     if (!writeObstacle_.empty()) return writeObstacle_;
+    changes.unchangedLayers.clear();
+    for (const auto& [number, layer] : layers_)
+        if (!layer.table->dirty()) changes.unchangedLayers[number] = layer;
     // Beside another image of that name, or beside none, it would say what is not true.
     if (inodeOf(file_) != inode_) return file_ + " has been deleted or replaced since it was opened";
     const std::string failure = commitSidecar(path_, changes, content_);
@@ -288,9 +416,17 @@ std::string SidecarStore::storeNow(const SidecarChanges& changes) {
 std::string SidecarStore::commit() {
     if (!dirty()) return {};
     gathered_.image = imageToStore();
+    gathered_.layers.clear();
+    for (const auto& [number, layer] : layers_)
+        if (layer.table->dirty()) gathered_.layers[number] = layer;
     std::string failure = storeNow(gathered_);
     if (!failure.empty()) return failure;
+    for (const auto& [number, stored] : gathered_.layers) {
+        stored.table->markStored();
+        layers_[number].revision = content_.changes;
+    }
     gathered_ = SidecarChanges();
+    refreshLayers();
     markedCreated_ = false;
     headerStale_ = content_.image.created && content_.image.headerHash != content_.image.formerHeaderHash;
     return {};
@@ -342,6 +478,21 @@ std::shared_ptr<SidecarStore> sharedStore(const std::string& key, const std::str
     return store;
 }
 
+/// Brings a store up to date for one more handle; null with a reason when it cannot serve it.
+template <class Load>
+std::shared_ptr<Store> readied(const std::shared_ptr<SidecarStore>& store, bool writable, std::string& why, Load load) {
+    const bool firstHandle = store.use_count() == 1;
+    // Another program may have stored something since the last handle was opened; gathered writes wait for their
+    // commit.
+    if ((firstHandle || !store->dirty()) && !load()) return nullptr;
+    if (writable && !store->writeObstacle().empty()) {
+        why = store->writeObstacle();
+        return nullptr;
+    }
+    if (firstHandle) store->reportRemarks();
+    return store;
+}
+
 }  // namespace
 
 std::shared_ptr<Store> openStore(const std::string& imageName, const RasterFacts& facts, bool writable,
@@ -351,16 +502,45 @@ std::shared_ptr<Store> openStore(const std::string& imageName, const RasterFacts
     const std::string key = identity(imageName, path) + "|" + std::to_string(facts.width) + "x" +
                             std::to_string(facts.height) + "x" + std::to_string(facts.channels);
     const std::shared_ptr<SidecarStore> store = sharedStore(key, imageName, path);
-    const bool firstHandle = store.use_count() == 1;
-    // Another program may have stored something since the last handle was opened; gathered writes wait for their
-    // commit.
-    if ((firstHandle || !store->dirty()) && !store->load(facts, why)) return nullptr;
-    if (writable && !store->writeObstacle().empty()) {
-        why = store->writeObstacle();
-        return nullptr;
+    return readied(store, writable, why, [&] { return store->load(facts, why); });
+}
+
+std::shared_ptr<Store> openLibraryStore(const std::string& name, const RasterFacts& facts, ForeignLayer layer,
+                                        bool writable, std::string& why) {
+    const std::string path = sidecarPath(name);
+    const std::string key =
+        identity(name, path) + "|library " + std::to_string(facts.width) + "x" + std::to_string(facts.height);
+    const std::shared_ptr<SidecarStore> store = sharedStore(key, name, path);
+    return readied(store, writable, why, [&] { return store->load(facts, std::move(layer), why); });
+}
+
+std::shared_ptr<Store> openNativeStore(const std::string& name, std::string& why) {
+    const std::string path = fileOfName(name);
+    const std::shared_ptr<SidecarStore> store = sharedStore(identity(name, path) + "|native", name, path);
+    return readied(store, false, why, [&] { return store->loadNative(why); });
+}
+
+std::shared_ptr<Store> createNativeStore(const std::string& name, int width, int height, std::string& why) {
+    const std::string path = fileOfName(name);
+    const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (file < 0) return why = std::strerror(errno), nullptr;
+    ::close(file);
+    SidecarChanges changes;
+    changes.image.width = width;
+    changes.image.height = height;
+    changes.image.created = true;
+    SidecarContent content;
+    why = commitSidecar(path, changes, content);
+    std::shared_ptr<Store> store = why.empty() ? openNativeStore(name, why) : nullptr;
+    if (store == nullptr) {
+        ::unlink(path.c_str());
+        ::unlink((path + "-journal").c_str());
     }
-    if (firstHandle) store->reportRemarks();
     return store;
+}
+
+std::shared_ptr<Store> memoryStore(const std::string& name, std::unique_ptr<TableFormat> format) {
+    return std::make_shared<SidecarStore>(name, std::move(format));
 }
 
 }  // namespace kshost

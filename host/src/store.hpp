@@ -10,9 +10,14 @@
 
 #include "codebook.hpp"
 #include "facts.hpp"
+#include "layerstore.hpp"
 #include "stringlist.hpp"
+#include "table.hpp"
 
 namespace kshost {
+
+/// What a file that only takes a table away (to another format) can hold, and how it is written.
+class TableFormat;
 
 class Store {
 public:
@@ -37,6 +42,17 @@ public:
     /// Stores a codebook at once, in a transaction of its own; commit what was gathered first. Empty text on success,
     /// else the reason with the old codebook in place.
     virtual std::string putCodebook(std::shared_ptr<const Codebook> codebook) = 0;
+
+    /// The directory of segments, new ones included.
+    virtual Segments segments() = 0;
+    /// A layer, the same object for all who ask; null with a reason. Layers that nobody has asked for are not read.
+    virtual std::shared_ptr<Table> table(int segment, std::string& why) = 0;
+    /// Gathers a new layer under the next number, which it returns; 0 with a reason when the file takes no more.
+    virtual int addTable(std::shared_ptr<EditableTable> table, std::string& why) = 0;
+    /// The type of the file or format that a layer lies in, as the boundary numbers them.
+    virtual int typeOf(int segment) const = 0;
+    /// The format that limits what a layer can hold; null where there is no limit.
+    virtual const TableFormat* format() const = 0;
 
     /// Marks the file as made by this host; stored with the next commit.
     virtual void markCreated() = 0;
@@ -63,6 +79,13 @@ public:
     virtual const std::vector<std::string>& remarks() const = 0;
 };
 
+/// A spectral library as its store sees it: its own layer is segment 1, and what it says of itself beside that.
+struct ForeignLayer {
+    std::shared_ptr<Table> table;
+    StringList fileList;
+    std::vector<std::string> remarks;
+};
+
 /// The store of an image, shared by every handle on the same file in this process.
 /// A sidecar that is corrupt or of an unknown version makes the call fail. One of another image (size or channel count
 /// differ) is reported and not used when reading, and makes the call fail when `writable`. A changed header is reported
@@ -70,5 +93,14 @@ public:
 /// Never creates a file: the sidecar appears with the first commit.
 std::shared_ptr<Store> openStore(const std::string& imageName, const RasterFacts& facts, bool writable,
                                  std::string& why);
+/// The same for a spectral library; its facts have no channels.
+std::shared_ptr<Store> openLibraryStore(const std::string& name, const RasterFacts& facts, ForeignLayer layer,
+                                        bool writable, std::string& why);
+/// The store of a native file, which is a database itself.
+std::shared_ptr<Store> openNativeStore(const std::string& name, std::string& why);
+/// Makes such a file; null with a reason, and nothing left behind.
+std::shared_ptr<Store> createNativeStore(const std::string& name, int width, int height, std::string& why);
+/// A store in memory that writes its one layer in a format at each commit, or, without a format, nothing at all.
+std::shared_ptr<Store> memoryStore(const std::string& name, std::unique_ptr<TableFormat> format);
 
 }  // namespace kshost

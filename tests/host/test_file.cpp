@@ -360,12 +360,6 @@ TEST_F(HostFiles, OneHandleSeesTheSamplesOfAnother) {
     }
 }
 
-TEST_F(HostFiles, FilesForLayersAreRefusedWithAReason) {
-    EXPECT_EQ(nullptr, GDBCreate(3, (folder / "x.ksl").c_str(), 512, 512, 0, 1, ""));
-    EXPECT_EQ(1U, reports.all.size());
-    EXPECT_TRUE(folder.names().empty());
-}
-
 // ---- what an application asks ----
 
 TEST_F(HostFiles, TheLayoutIsForDisplay) {

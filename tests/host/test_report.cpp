@@ -202,10 +202,10 @@ TEST(VectorQuantizedCubes, CleaningUpFreesTheListsOfACallersDescription) {
 
 TEST(Unsupported, FailsWithOneReportThatSaysWhat) {
     Reports reports;
-    EXPECT_EQ(GDBGetLayer(nullptr, 1), nullptr);
+    EXPECT_EQ(IDBSegCreate(nullptr, "a", "b", 180, 1), 0);
     ASSERT_EQ(reports.all.size(), 1U);
-    EXPECT_TRUE(reports.mention("GDBGetLayer ()"));
-    EXPECT_TRUE(reports.mention("vector layers"));
+    EXPECT_TRUE(reports.mention("IDBSegCreate ()"));
+    EXPECT_TRUE(reports.mention("data segments"));
     ASSERT_NE(IMP_Protect(), nullptr);
     if (setjmp(*IMPProtectBuffer()) == 0) {
         IDBSegCreate(nullptr, "a", "b", 180, 1);

@@ -25,6 +25,8 @@ Report failure(const char* format, ...) {
     return expected;
 }
 
+Report unlabelledFailure(const char* text) { return {false, 83, 0, text, "", text}; }
+
 Report missingFile(const char* format, ...) {
     va_list values;
     va_start(values, format);

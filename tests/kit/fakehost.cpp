@@ -58,6 +58,8 @@ std::string FakeFile::get(int level, int number, const std::string& key) const {
 
 namespace {
 
+constexpr int kMemoryType = 60;
+
 std::unique_ptr<FakeHost> theHost = std::make_unique<FakeHost>();
 
 float storedValue(float value, int type) {
@@ -107,6 +109,14 @@ FakeFile& FakeHost::file(const std::string& name) { return files_.at(name); }
 
 HostFile* FakeHost::open(const std::string& name, bool writable) { return addHandle(file(name), writable); }
 
+HostFile* FakeHost::openMemoryFile() {
+    FakeFile& file = addFile("memory " + std::to_string(++memoryFiles_), 0, 0, {});
+    file.type = kMemoryType;
+    HostFile* fp = addHandle(file, true);
+    fp->name.clear();
+    return fp;
+}
+
 HostFile* FakeHost::openChannel(const std::string& name, int channel) {
     HostFile* fp = open(name);
     fp->name += ":" + std::to_string(channel);
@@ -125,6 +135,10 @@ void FakeHost::dropReference(HostFile* fp) {
         return;
     }
     if (--fp->references > 0) return;
+    if (fp->file->type == kMemoryType) {
+        for (auto& layer : fp->file->layers) deadLayers_.push_back(std::move(layer.second));
+        files_.erase(fp->file->name);
+    }
     handles_.erase(fp);
     delete fp;
 }
@@ -169,6 +183,7 @@ void FakeHost::forget() {
 
 bool FakeHost::enter(const char* name, const std::string& arguments) {
     calls.push_back({name, arguments});
+    if (whenCalled) whenCalled(Call{name, arguments});
     bool proceed = true;
     const auto range = failures_.equal_range(name);
     for (auto failure = range.first; failure != range.second;) {
@@ -185,7 +200,8 @@ bool FakeHost::enter(const char* name, const std::string& arguments) {
 
 std::string FakeHost::nameOf(HostFile* fp) const {
     if (fp == nullptr) return "null";
-    return isLive(fp) ? fp->name : "dead";
+    if (!isLive(fp)) return "dead";
+    return fp->name.empty() ? fp->file->name : fp->name;
 }
 
 FakeFile* FakeHost::fileOf(HostFile* fp, const char* caller) {
@@ -281,7 +297,8 @@ HostFile* GDBCreate(int nFileType, const char* szFileName, int nXSize, int nYSiz
     if (!host().enter("GDBCreate", arguments(nFileType, szFileName, nXSize, nYSize, n0, n1, szText))) {
         return failing<HostFile*>(nullptr);
     }
-    if (host().exists(szFileName)) return failing<HostFile*>(nullptr);
+    if (nFileType == kMemoryType) return host().openMemoryFile();
+    if (szFileName == nullptr || *szFileName == '\0' || host().exists(szFileName)) return failing<HostFile*>(nullptr);
     FakeFile& file = host().addFile(szFileName, 0, 0, {});
     file.type = nFileType;
     return host().addHandle(file, true);

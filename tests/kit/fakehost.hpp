@@ -6,6 +6,7 @@
 #include <csetjmp>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -68,21 +69,24 @@ struct FakeVQ {
 struct FakeShape {
     std::map<int, double> numbers;
     std::map<int, std::string> texts;
+    std::set<int> nullTexts;  // fields whose text the host cannot give
 };
 
-struct FakeFile;
+using FakeFields = std::vector<std::pair<std::string, int>>;  // name, type
 
 struct FakeLayer : HostLayer {
     std::string name;
-    std::vector<std::pair<std::string, int>> fields;  // name, type
+    int type = 3;  // what GDBLayer2Type says: that of the file, unless a test sets another
+    FakeFields fields;
     std::map<int, std::string> formats;
     std::vector<FakeShape> shapes;
+    bool unreadable = false;  // GDBGetLayer fails
 };
 
 /// What is "on disk" under a name.
 struct FakeFile {
     std::string name;
-    int type = 3;
+    int type = 3;  // 60: in memory, gone with its last handle
     int width = 0;
     int height = 0;
     std::vector<FakeChannel> channels;
@@ -123,7 +127,10 @@ public:
     std::vector<std::string> misuse;  // calls on dead handles, wrong channels and the like
     int memory = 64 << 20;
     int memoryFlag = 1;
-    std::map<std::string, std::array<int, 4>> windows;  // task parameters
+    std::map<std::string, std::array<int, 4>> windows;         // task parameters
+    std::map<int, int> fieldLimits;                            // most fields of a layer, by file type
+    std::vector<std::pair<std::string, unsigned>> layerFlags;  // the layer's flags at each call that changes a shape
+    std::function<void(const Call&)> whenCalled;               // what else happens at the moment of a call
 
     /// A file that exists; channel types as the boundary numbers them, samples all 0.
     FakeFile& addFile(const std::string& name, int width, int height, const std::vector<int>& channelTypes);
@@ -131,6 +138,10 @@ public:
     FakeFile& file(const std::string& name);
     /// A handle without a recorded call.
     HostFile* open(const std::string& name, bool writable = false);
+    /// A handle on a new file in memory, without a recorded call.
+    HostFile* openMemoryFile();
+    /// A layer in a file, without a recorded call; it is dead when the handle closes.
+    FakeLayer& addLayer(HostFile* fp, const std::string& name, const FakeFields& fields);
     /// A handle of a channel of a cube: its name has the channel behind a colon.
     HostFile* openChannel(const std::string& name, int channel);
 
@@ -162,6 +173,7 @@ public:
     HostFile* addHandle(FakeFile& file, bool writable);
     void dropReference(HostFile* fp);
     bool isLive(HostFile* fp) const { return handles_.count(fp) != 0; }
+    FakeLayer* layerOf(HostLayer* layer, const char* caller);
     std::string nameOf(HostFile* fp) const;
     void trackList(HostStringList list) { lists_.insert(list); }
     bool forgetList(HostStringList list) { return lists_.erase(list) != 0; }
@@ -177,6 +189,8 @@ private:
         bool mustJump;
     };
     std::map<std::string, FakeFile> files_;
+    int memoryFiles_ = 0;
+    std::vector<std::unique_ptr<FakeLayer>> deadLayers_;  // kept, so that no live one gets the address of a dead one
     std::set<HostFile*> handles_;
     std::set<HostStringList> lists_;
     std::set<void*> cubeLists_;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "fakehost.hpp"
 #include "print.hpp"
@@ -62,38 +63,80 @@ std::int64_t moveElements(FakeSegment& segment, int mode, const Rectangle& recta
     return wanted * elementSize;
 }
 
-FakeLayer* fake(HostLayer* hLayer) { return static_cast<FakeLayer*>(hLayer); }
-
-FakeShape* shapeOf(HostLayer* hLayer, int shape) {
-    if (hLayer == nullptr || shape < 0 || shape >= static_cast<int>(fake(hLayer)->shapes.size())) return nullptr;
-    return &fake(hLayer)->shapes[static_cast<std::size_t>(shape)];
+/// A layer's shape or field, or null after the misuse is noted; no layer is none.
+FakeShape* shapeOf(FakeLayer* layer, int shape, const char* caller) {
+    if (layer == nullptr) return nullptr;
+    if (shape >= 0 && shape < static_cast<int>(layer->shapes.size())) {
+        return &layer->shapes[static_cast<std::size_t>(shape)];
+    }
+    host().misuse.push_back(std::string(caller) + " of shape " + std::to_string(shape));
+    return nullptr;
 }
 
-FakeLayer* addLayer(HostFile* fp, const char* name) {
+bool hasField(const FakeLayer* layer, int field, const char* caller) {
+    if (layer == nullptr) return false;
+    if (field >= 0 && field < static_cast<int>(layer->fields.size())) return true;
+    host().misuse.push_back(std::string(caller) + " of field " + std::to_string(field));
+    return false;
+}
+
+/// The shape of a call that names a shape and a field, when both are there.
+FakeShape* valueOf(HostLayer* hLayer, int shape, int field, const char* caller) {
+    FakeLayer* layer = host().layerOf(hLayer, caller);
+    FakeShape* found = shapeOf(layer, shape, caller);
+    return found != nullptr && hasField(layer, field, caller) ? found : nullptr;
+}
+
+bool given(const char* text, const char* caller) {
+    if (text == nullptr) host().misuse.push_back(std::string(caller) + " of a null text");
+    return text != nullptr;
+}
+
+std::size_t fieldLimit(const FakeLayer& layer) {
+    const auto limit = host().fieldLimits.find(layer.fp->file->type);
+    return limit == host().fieldLimits.end() ? std::numeric_limits<std::size_t>::max()
+                                             : static_cast<std::size_t>(limit->second);
+}
+
+void noteFlags(const char* call, FakeLayer* layer) {
+    if (layer != nullptr) host().layerFlags.emplace_back(call, layer->nFlags);
+}
+
+void copyLayer(const FakeLayer& from, HostFile* to) {
+    FakeLayer& layer = host().addLayer(to, from.name, from.fields);
+    layer.fields.resize(std::min(layer.fields.size(), fieldLimit(layer)));
+    layer.formats = from.formats;
+    layer.shapes = from.shapes;
+}
+
+}  // namespace
+
+FakeLayer& FakeHost::addLayer(HostFile* fp, const std::string& name, const FakeFields& fields) {
     const int number = nextNumber(*fp->file);
     FakeSegment segment;
     segment.name = name;
     segment.type = kLayerSegment;
     fp->file->segments[number] = segment;
-    auto layer = std::make_unique<FakeLayer>();
+    auto& layer = fp->file->layers[number] = std::make_unique<FakeLayer>();
     layer->fp = fp;
     layer->nSegment = number;
     layer->nFlags = 0;
     layer->name = name;
-    FakeLayer* raw = layer.get();
-    fp->file->layers[number] = std::move(layer);
-    return raw;
+    layer->type = fp->file->type;
+    layer->fields = fields;
+    return *layer;
 }
 
-int copyLayer(const FakeLayer& from, HostFile* to) {
-    FakeLayer* layer = addLayer(to, from.name.c_str());
-    layer->fields = from.fields;
-    layer->formats = from.formats;
-    layer->shapes = from.shapes;
-    return layer->nSegment;
+FakeLayer* FakeHost::layerOf(HostLayer* layer, const char* caller) {
+    for (auto& file : files_) {
+        for (auto& kept : file.second.layers) {
+            if (kept.second.get() == layer && isLive(layer->fp)) return kept.second.get();
+        }
+    }
+    misuse.push_back(std::string(caller) + (layer == nullptr ? " of a null layer" : " of a dead layer"));
+    return nullptr;
 }
 
-}  // namespace
 }  // namespace kit
 
 using namespace kit;
@@ -123,13 +166,13 @@ int IDBSegInfoIO(HostFile* fp, int nSegment, int nMode, char* pchStatus, int* pn
 }
 
 int GDBSegNext(HostFile* fp, int nType, int nPrevious) {
-    if (!host().enter("GDBSegNext", arguments(fp, nType, nPrevious))) return failing(0);
+    if (!host().enter("GDBSegNext", arguments(fp, nType, nPrevious))) return failing(-1);
     const FakeFile* file = host().fileOf(fp, "GDBSegNext");
-    if (file == nullptr) return 0;
+    if (file == nullptr) return failing(-1);
     for (auto segment = file->segments.upper_bound(nPrevious); segment != file->segments.end(); ++segment) {
         if (segment->second.type == nType) return segment->first;
     }
-    return 0;
+    return -1;
 }
 
 int IDBMultiArrayIO(HostFile* fp, int nMode, int nSegment, int nDimensions, const int64_t* panSizes, int nElementSize,
@@ -152,8 +195,10 @@ int IDBMultiArrayIO(HostFile* fp, int nMode, int nSegment, int nDimensions, cons
 
 HostLayer* GDBCreateLayer(HostFile* fp, const char* szName, const char* szText1, const char* szText2) {
     if (!host().enter("GDBCreateLayer", arguments(fp, szName, szText1, szText2))) return failing<HostLayer*>(nullptr);
-    if (host().fileOf(fp, "GDBCreateLayer") == nullptr) return failing<HostLayer*>(nullptr);
-    return addLayer(fp, szName);
+    if (host().fileOf(fp, "GDBCreateLayer") == nullptr || !given(szName, "GDBCreateLayer") || !fp->writable) {
+        return failing<HostLayer*>(nullptr);
+    }
+    return &host().addLayer(fp, szName, {});
 }
 
 HostLayer* GDBGetLayer(HostFile* fp, int nSegment) {
@@ -161,29 +206,37 @@ HostLayer* GDBGetLayer(HostFile* fp, int nSegment) {
     FakeFile* file = host().fileOf(fp, "GDBGetLayer");
     if (file == nullptr) return failing<HostLayer*>(nullptr);
     const auto layer = file->layers.find(nSegment);
-    return layer == file->layers.end() ? failing<HostLayer*>(nullptr) : layer->second.get();
+    if (layer == file->layers.end() || layer->second->unreadable) return failing<HostLayer*>(nullptr);
+    if (!host().isLive(layer->second->fp)) layer->second->fp = fp;
+    return layer->second.get();
 }
 
 int GDBLayer2Type(HostLayer* hLayer) {
-    host().enter("GDBLayer2Type", "");
-    return hLayer == nullptr ? 0 : kLayerSegment;
+    if (!host().enter("GDBLayer2Type", "")) return failing(0);
+    const FakeLayer* layer = host().layerOf(hLayer, "GDBLayer2Type");
+    return layer == nullptr ? failing(0) : layer->type;
 }
 
 int GDBGetNumFields(HostLayer* hLayer) {
     if (!host().enter("GDBGetNumFields", "")) return failing(0);
-    return static_cast<int>(fake(hLayer)->fields.size());
+    const FakeLayer* layer = host().layerOf(hLayer, "GDBGetNumFields");
+    return layer == nullptr ? failing(0) : static_cast<int>(layer->fields.size());
 }
 
 const char* GDBGetFieldName(HostLayer* hLayer, int nField) {
     if (!host().enter("GDBGetFieldName", arguments(nField))) return failing<const char*>(nullptr);
-    if (nField < 0 || nField >= static_cast<int>(fake(hLayer)->fields.size())) return nullptr;
-    return fake(hLayer)->fields[static_cast<std::size_t>(nField)].first.c_str();
+    const FakeLayer* layer = host().layerOf(hLayer, "GDBGetFieldName");
+    if (!hasField(layer, nField, "GDBGetFieldName")) return failing<const char*>(nullptr);
+    return layer->fields[static_cast<std::size_t>(nField)].first.c_str();
 }
 
 int GDBDefineNewField(HostLayer* hLayer, const char* szName, int nFieldType) {
     if (!host().enter("GDBDefineNewField", arguments(szName, nFieldType))) return failing(-1);
-    fake(hLayer)->fields.emplace_back(szName, nFieldType);
-    return static_cast<int>(fake(hLayer)->fields.size()) - 1;
+    FakeLayer* layer = host().layerOf(hLayer, "GDBDefineNewField");
+    if (layer == nullptr || !given(szName, "GDBDefineNewField")) return failing(-1);
+    if (layer->fields.size() >= fieldLimit(*layer)) return failing(-1);
+    layer->fields.emplace_back(szName, nFieldType);
+    return static_cast<int>(layer->fields.size()) - 1;
 }
 
 char* GDBGenFieldFormat(int nFieldType, int nWidth, int n0, int n1) {
@@ -196,42 +249,52 @@ char* GDBGenFieldFormat(int nFieldType, int nWidth, int n0, int n1) {
 
 int GDBSetFieldFormat(HostLayer* hLayer, int nField, const char* szFormat) {
     if (!host().enter("GDBSetFieldFormat", arguments(nField, szFormat))) return failing(0);
-    fake(hLayer)->formats[nField] = szFormat;
+    FakeLayer* layer = host().layerOf(hLayer, "GDBSetFieldFormat");
+    if (!hasField(layer, nField, "GDBSetFieldFormat") || !given(szFormat, "GDBSetFieldFormat")) return failing(0);
+    layer->formats[nField] = szFormat;
     return 1;
 }
 
 int GDBCreateShape(HostLayer* hLayer, int nShapeType) {
-    if (!host().enter("GDBCreateShape", arguments(nShapeType))) return failing(-1);
-    fake(hLayer)->shapes.emplace_back();
-    return static_cast<int>(fake(hLayer)->shapes.size()) - 1;
+    const bool proceed = host().enter("GDBCreateShape", arguments(nShapeType));
+    FakeLayer* layer = host().layerOf(hLayer, "GDBCreateShape");
+    noteFlags("GDBCreateShape", layer);
+    if (!proceed || layer == nullptr) return failing(-1);
+    layer->shapes.emplace_back();
+    return static_cast<int>(layer->shapes.size()) - 1;
 }
 
 int GDBSetValue(HostLayer* hLayer, int nShape, int nField, double dValue) {
-    if (!host().enter("GDBSetValue", arguments(nShape, nField, dValue))) return failing(0);
-    FakeShape* shape = shapeOf(hLayer, nShape);
+    const bool proceed = host().enter("GDBSetValue", arguments(nShape, nField, dValue));
+    FakeShape* shape = valueOf(hLayer, nShape, nField, "GDBSetValue");
     if (shape == nullptr) return failing(0);
+    noteFlags("GDBSetValue", host().layerOf(hLayer, "GDBSetValue"));
+    if (!proceed) return failing(0);
     shape->numbers[nField] = dValue;
     return 1;
 }
 
 int GDBSetValueString(HostLayer* hLayer, int nShape, int nField, const char* szValue) {
-    if (!host().enter("GDBSetValueString", arguments(nShape, nField, szValue))) return failing(0);
-    FakeShape* shape = shapeOf(hLayer, nShape);
+    const bool proceed = host().enter("GDBSetValueString", arguments(nShape, nField, szValue));
+    FakeShape* shape = valueOf(hLayer, nShape, nField, "GDBSetValueString");
     if (shape == nullptr) return failing(0);
+    noteFlags("GDBSetValueString", host().layerOf(hLayer, "GDBSetValueString"));
+    if (!proceed || !given(szValue, "GDBSetValueString")) return failing(0);
     shape->texts[nField] = szValue;
     return 1;
 }
 
 double GDBGetValue(HostLayer* hLayer, int nShape, int nField) {
     if (!host().enter("GDBGetValue", arguments(nShape, nField))) return failing(0.0);
-    FakeShape* shape = shapeOf(hLayer, nShape);
-    return shape == nullptr ? 0.0 : shape->numbers[nField];
+    FakeShape* shape = valueOf(hLayer, nShape, nField, "GDBGetValue");
+    return shape == nullptr ? failing(0.0) : shape->numbers[nField];
 }
 
 char* GDBGetValueString(HostLayer* hLayer, int nShape, int nField) {
     if (!host().enter("GDBGetValueString", arguments(nShape, nField))) return failing<char*>(nullptr);
-    FakeShape* shape = shapeOf(hLayer, nShape);
-    return shape == nullptr ? nullptr : shape->texts[nField].data();
+    FakeShape* shape = valueOf(hLayer, nShape, nField, "GDBGetValueString");
+    if (shape == nullptr || shape->nullTexts.count(nField) != 0) return failing<char*>(nullptr);
+    return shape->texts[nField].data();
 }
 
 int GDBVectorCopy(HostFile* fpSrc, int nSegSrc, HostFile* fpDst, int n0, int n1, int n2, int n3) {
@@ -239,17 +302,22 @@ int GDBVectorCopy(HostFile* fpSrc, int nSegSrc, HostFile* fpDst, int n0, int n1,
     FakeFile* from = host().fileOf(fpSrc, "GDBVectorCopy");
     if (from == nullptr || host().fileOf(fpDst, "GDBVectorCopy") == nullptr) return failing(0);
     const auto layer = from->layers.find(nSegSrc);
-    return layer == from->layers.end() ? failing(0) : copyLayer(*layer->second, fpDst);
+    if (layer == from->layers.end()) return failing(0);
+    copyLayer(*layer->second, fpDst);
+    return 1;
 }
 
 int GDBGetFirst(HostLayer* hLayer) {
     if (!host().enter("GDBGetFirst", "")) return failing(-1);
-    return shapeOf(hLayer, 0) == nullptr ? -1 : 0;
+    const FakeLayer* layer = host().layerOf(hLayer, "GDBGetFirst");
+    return layer == nullptr || layer->shapes.empty() ? -1 : 0;
 }
 
 int GDBGetNext(HostLayer* hLayer, int nShape) {
     if (!host().enter("GDBGetNext", arguments(nShape))) return failing(-1);
-    return shapeOf(hLayer, nShape + 1) == nullptr ? -1 : nShape + 1;
+    const FakeLayer* layer = host().layerOf(hLayer, "GDBGetNext");
+    if (layer == nullptr || nShape < 0) return -1;
+    return nShape + 1 < static_cast<int>(layer->shapes.size()) ? nShape + 1 : -1;
 }
 
 }  // extern "C"
