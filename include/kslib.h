@@ -6,11 +6,18 @@
 
 #include <kslib/extra.h>
 #include <kslib/kscbk.h>
+#include <kslib/ksconv.h>
 #include <kslib/ksdatset.h>
 #include <kslib/ksld.h>
+#include <kslib/kslps.h>
 #include <kslib/kslt.h>
 #include <kslib/ksmatrix.h>
 #include <kslib/ksradtrans.h>
+#include <kslib/ksroi.h>
+#include <kslib/kssio.h>
+#include <kslib/kssmooth.h>
+#include <kslib/ksstats.h>
+#include <kslib/ksunmix.h>
 #include <kslib/ksvq.h>
 #include <kslib/kswinex.h>
 #include <kslib/kswinim.h>

@@ -173,6 +173,86 @@ TEST(RecordLayout, Codebook) {
     EXPECT_EQ(sizeof(KSCbk), 40U);
 }
 
+TEST(RecordLayout, Region) {
+    static_assert(kPlain<KSROI>);
+    EXPECT_EQ(offsetof(KSROI, eROIType), 0U);
+    EXPECT_EQ(offsetof(KSROI, nXOff), 4U);
+    EXPECT_EQ(offsetof(KSROI, nYOff), 8U);
+    EXPECT_EQ(offsetof(KSROI, nXSize), 12U);
+    EXPECT_EQ(offsetof(KSROI, nYSize), 16U);
+    EXPECT_EQ(offsetof(KSROI, pbyBitmap), 24U);
+    EXPECT_EQ(offsetof(KSROI, nBitmapID), 32U);
+    EXPECT_EQ(sizeof(KSROI), 40U);
+}
+
+TEST(RecordLayout, BandStatistics) {
+    static_assert(kPlain<KSBandStats>);
+    EXPECT_EQ(offsetof(KSBandStats, nNumSamples), 0U);
+    EXPECT_EQ(offsetof(KSBandStats, pMin), 8U);
+    EXPECT_EQ(offsetof(KSBandStats, pMax), 16U);
+    EXPECT_EQ(offsetof(KSBandStats, pMean), 24U);
+    EXPECT_EQ(offsetof(KSBandStats, pSD), 32U);
+    EXPECT_EQ(offsetof(KSBandStats, pCov), 40U);
+    EXPECT_EQ(sizeof(KSBandStats), 48U);
+}
+
+TEST(RecordLayout, SampleTableSchema) {
+    static_assert(kPlain<KSSTFld> && kPlain<KSSTSchema>);
+    EXPECT_EQ(offsetof(KSSTFld, eFldID), 0U);
+    EXPECT_EQ(offsetof(KSSTFld, fWlen), 4U);
+    EXPECT_EQ(offsetof(KSSTFld, nFldInd), 8U);
+    EXPECT_EQ(offsetof(KSSTFld, nQualFldInd), 12U);
+    EXPECT_EQ(sizeof(KSSTFld), 16U);
+    EXPECT_EQ(offsetof(KSSTSchema, pMetaFlds), 0U);
+    EXPECT_EQ(offsetof(KSSTSchema, nNumMetaFlds), 8U);
+    EXPECT_EQ(offsetof(KSSTSchema, pMeasFld), 16U);
+    EXPECT_EQ(offsetof(KSSTSchema, nNumMeasFlds), 24U);
+    EXPECT_EQ(offsetof(KSSTSchema, pQualFld), 32U);
+    EXPECT_EQ(offsetof(KSSTSchema, nNumQualFlds), 40U);
+    EXPECT_EQ(sizeof(KSSTSchema), 48U);
+}
+
+TEST(RecordLayout, Spectrum) {
+    static_assert(kPlain<KSSpectrum>);
+    EXPECT_EQ(offsetof(KSSpectrum, szTarget), 0U);
+    EXPECT_EQ(offsetof(KSSpectrum, eRadQuant), 8U);
+    EXPECT_EQ(offsetof(KSSpectrum, szSourceFile), 16U);
+    EXPECT_EQ(offsetof(KSSpectrum, szROIFile), 24U);
+    EXPECT_EQ(offsetof(KSSpectrum, paROI), 32U);
+    EXPECT_EQ(offsetof(KSSpectrum, nNumROIs), 40U);
+    EXPECT_EQ(offsetof(KSSpectrum, nNumSamples), 44U);
+    EXPECT_EQ(offsetof(KSSpectrum, nNumMeasVals), 48U);
+    EXPECT_EQ(offsetof(KSSpectrum, pMeas), 56U);
+    EXPECT_EQ(offsetof(KSSpectrum, pSD), 64U);
+    EXPECT_EQ(offsetof(KSSpectrum, pafWlen), 72U);
+    EXPECT_EQ(offsetof(KSSpectrum, peBandQual), 80U);
+    EXPECT_EQ(offsetof(KSSpectrum, nSpare), 88U);
+    EXPECT_EQ(sizeof(KSSpectrum), 96U);
+}
+
+TEST(RecordLayout, ConversionCoefficients) {
+    static_assert(kPlain<KSConvCoeffs>);
+    EXPECT_EQ(offsetof(KSConvCoeffs, pafCoeffs), 0U);
+    EXPECT_EQ(offsetof(KSConvCoeffs, nNumCoeffs), 8U);
+    EXPECT_EQ(offsetof(KSConvCoeffs, nNumOutBands), 12U);
+    EXPECT_EQ(offsetof(KSConvCoeffs, panStartInd), 16U);
+    EXPECT_EQ(offsetof(KSConvCoeffs, panEndInd), 24U);
+    EXPECT_EQ(sizeof(KSConvCoeffs), 32U);
+}
+
+TEST(RecordLayout, SmoothingParameters) {
+    static_assert(kPlain<KSSmoothParms>);
+    EXPECT_EQ(offsetof(KSSmoothParms, fWidth), 0U);
+    EXPECT_EQ(offsetof(KSSmoothParms, pSTSchema), 8U);
+    EXPECT_EQ(offsetof(KSSmoothParms, peBandQual), 16U);
+    EXPECT_EQ(offsetof(KSSmoothParms, pSensor), 24U);
+    EXPECT_EQ(offsetof(KSSmoothParms, bCheckQual), 32U);
+    EXPECT_EQ(offsetof(KSSmoothParms, pnIndex1), 40U);
+    EXPECT_EQ(offsetof(KSSmoothParms, pnIndex2), 48U);
+    EXPECT_EQ(offsetof(KSSmoothParms, nNumSegments), 56U);
+    EXPECT_EQ(sizeof(KSSmoothParms), 64U);
+}
+
 TEST(RecordLayout, Layer) {
     EXPECT_EQ(offsetof(HostLayer, fp), 0U);
     EXPECT_EQ(offsetof(HostLayer, nSegment), 8U);
@@ -189,7 +269,14 @@ TEST(EnumerationValues, AreThePublishedOnes) {
     EXPECT_EQ((std::vector<int>{KS_INTLV_BAND, KS_INTLV_PIXEL, KS_INTLV_LINE}), (std::vector<int>{0, 1, 2}));
     EXPECT_EQ((std::vector<int>{KS_BQ_UNKNOWN, KS_BQ_PLOT, KS_BQ_SKIP, KS_BQ_MASK, KS_BQ_BMASK}),
               (std::vector<int>{0, 1, 2, 3, 4}));
-    EXPECT_EQ((std::vector<int>{KS_FLD_MEAS, KS_FLD_QUAL}), (std::vector<int>{7, 8}));
+    EXPECT_EQ((std::vector<int>{KS_FLD_UNKNOWN, KS_FLD_TARGET, KS_FLD_QUANTITY, KS_FLD_SOURCE_FILE, KS_FLD_ROI_FILE,
+                                KS_FLD_ROI, KS_FLD_MEAS, KS_FLD_QUAL}),
+              (std::vector<int>{0, 1, 2, 3, 4, 5, 7, 8}));
+    EXPECT_EQ((std::vector<int>{KS_ROI_UNKNOWN, KS_ROI_POINT, KS_ROI_RECTANGLE, KS_ROI_BITMAP}),
+              (std::vector<int>{0, 1, 2, 3}));
+    EXPECT_EQ((std::vector<int>{KS_BS_MIN, KS_BS_MAX, KS_BS_MEAN, KS_BS_SD, KS_BS_COV}),
+              (std::vector<int>{0x01, 0x02, 0x04, 0x08, 0x10}));
+    EXPECT_EQ((std::vector<int>{KS_USE_EX, KS_USE_IM, KS_USE_BOTH}), (std::vector<int>{0, 1, 2}));
 }
 
 }  // namespace

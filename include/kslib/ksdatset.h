@@ -36,7 +36,7 @@ typedef struct KSBandResp {
     float* pafSamples; /**< owned, and freed only while eRespType is KS_RT_CUSTOM */
 } KSBandResp;
 
-typedef struct KSSensor {
+struct KSSensor {
     char* szModelName; /**< owned; null when unknown */
     int eType;         /**< KS_SENSOR_... */
     float fFOVLeft;    /**< fields of view; -1 when unknown */
@@ -46,7 +46,7 @@ typedef struct KSSensor {
     int nNumBands;
     int* peBandQual;       /**< nNumBands band qualities, KS_BQ_..., owned */
     KSBandResp* pBandResp; /**< nNumBands responses, owned */
-} KSSensor;
+};
 
 /** When, where and how the image was taken. Unknown values lie outside the ranges that are ever written. */
 typedef struct KSMission {

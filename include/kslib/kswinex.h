@@ -20,12 +20,12 @@ enum {
     KS_INTLV_LINE = 2   /**< papafStart[y][nNumXSamples * b + x]; one start per sample row */
 };
 
-typedef struct KSSampDesc {
+struct KSSampDesc {
     int nXSampleInt; /**< every n-th pixel, at least 1 */
     int nYSampleInt; /**< every n-th line, at least 1 */
     int nNumBands;   /**< components of a band vector */
     int* panBandMap; /**< 0-based data set band of each component, owned */
-} KSSampDesc;
+};
 
 struct KSWinEx {
     int eBandIntlv;   /**< KS_INTLV_... */

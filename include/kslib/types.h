@@ -1,6 +1,6 @@
 /** kslib: what every public header shares.
  *  Forward declarations of the records and host handles, the band storage, the VQ cube description and the export
- * macro. */
+ *  macro. */
 #ifndef KSLIB_TYPES_H
 #define KSLIB_TYPES_H
 
@@ -30,6 +30,13 @@ typedef struct KSRadTrans KSRadTrans;
 typedef struct KSWinEx KSWinEx;
 typedef struct KSWinIM KSWinIM;
 typedef struct KSCbk KSCbk;
+typedef struct KSSampDesc KSSampDesc;
+typedef struct KSSensor KSSensor;
+typedef struct KSROI KSROI;
+typedef struct KSSTSchema KSSTSchema;
+typedef struct KSSpectrum KSSpectrum;
+typedef struct KSLUT KSLUT;
+typedef struct KSLUTVector KSLUTVector;
 
 /** Where the samples of a band are kept. */
 enum {

@@ -3,30 +3,18 @@
 
 #include <kslib/ksld.h>
 
-#include <cmath>
 #include <cstdint>
 
 #include "ksdatset/bandlist.hpp"
 #include "support/heap.hpp"
 #include "support/report.hpp"
+#include "support/wavelength.hpp"
 
 using namespace ks;
 
 namespace {
 
 constexpr const char* kSelectLabel = "KSSelectBands()";
-
-// ---- wavelength resolution ----
-
-/// Whole thousandths of a wavelength, kept in the low 32 bits of a conversion that saturates.
-std::uint32_t thousandths(float wavelength) {
-    constexpr double kTwoTo63 = 9223372036854775808.0;
-    const double value = static_cast<double>(wavelength) * 1000.0 + 0.5;
-    if (std::isnan(value)) return 0;
-    if (value >= kTwoTo63) return static_cast<std::uint32_t>(INT64_MAX);
-    if (value < -kTwoTo63) return static_cast<std::uint32_t>(INT64_MIN);
-    return static_cast<std::uint32_t>(static_cast<std::int64_t>(value));
-}
 
 // ---- selection ----
 
@@ -130,8 +118,9 @@ void reportUnknownResponse(const char* label, int band) {
 extern "C" {
 
 int KSWlenComp(float fWlen1, float fWlen2) {
-    const std::uint32_t first = thousandths(fWlen1);
-    const std::uint32_t second = thousandths(fWlen2);
+    // Only the low 32 bits count: a negative wavelength is above every positive one.
+    const auto first = static_cast<std::uint32_t>(thousandths(fWlen1));
+    const auto second = static_cast<std::uint32_t>(thousandths(fWlen2));
     return first > second ? 1 : first < second ? -1 : 0;
 }
 

@@ -14,5 +14,7 @@ inline constexpr int kFailed = 1;
 #define KS_FAIL(...) (IMPError(83, 0, __VA_ARGS__), ks::kFailed)
 /// The same through the debug output.
 #define KS_DEBUG_FAIL(...) (Debug(__VA_ARGS__), ks::kFailed)
+/// A text that cannot be read as what it should be.
+#define KS_FAIL_TEXT(...) (IMPError(107, 0, __VA_ARGS__), ks::kFailed)
 /// An unusable metadata value in a file.
 #define KS_FAIL_METADATA(...) (IMPError(382, 1, __VA_ARGS__), ks::kFailed)

@@ -2,10 +2,13 @@
 #include <kslib.h>
 #include <kshost_app.h>
 
+#include <stdlib.h>
 #include <string.h>
 
 _Static_assert(sizeof(KSWinEx) == 72, "a window's layout does not depend on the language");
 _Static_assert(sizeof(KSDataSet) == 248, "a data set's layout does not depend on the language");
+_Static_assert(sizeof(KSROI) == 40, "a region's layout does not depend on the language");
+_Static_assert(sizeof(KSSpectrum) == 96, "a spectrum's layout does not depend on the language");
 
 static int nReports = 0;
 
@@ -36,13 +39,54 @@ static int checkWindow(void) {
     return !bSame;
 }
 
+/* Regions, their union, and the statistics records. */
+static int checkRegion(void) {
+    KSROI *paROI = KSAddROI(NULL, 0);
+    if (paROI == NULL) return 1;
+    paROI[0].eROIType = KS_ROI_RECTANGLE;
+    paROI[0].nXOff = 10;
+    paROI[0].nYOff = 10;
+    paROI[0].nXSize = 3;
+    paROI[0].nYSize = 2;
+    KSROI *pUnion = KSConsolidateROIs(paROI, 1, NULL);
+    KSFreeROIList(paROI, 1);
+    if (pUnion == NULL || pUnion->nXSize != 3 || KSGetROIBit(pUnion, 2, 1) != 1) return 1;
+    int bOverlap = 0, nXStart = 0, nYStart = 0, nXEnd = 0, nYEnd = 0;
+    const int nFailed = KSROIWin(pUnion, 0, 0, 6, 6, 2, 2, &bOverlap, &nXStart, &nYStart, &nXEnd, &nYEnd);
+    KSFreeROI(pUnion);
+    if (nFailed != 0 || bOverlap != 1 || nXStart != 5 || nXEnd != 5) return 1;
+    KSBandStats stats;
+    if (KSAllocMembsBandStats(&stats, KS_BS_MEAN | KS_BS_COV, 4) != 0) return 1;
+    const int bGood = stats.pMean->dim == 4 && stats.pCov->n == 4 && stats.pSD == NULL;
+    KSFreeMembsBandStats(&stats);
+    return !bGood;
+}
+
+/* A schema by itself, a spectrum of it, and the names of its fields. */
+static int checkSpectrum(void) {
+    KSSTFld field = {KS_FLD_MEAS, 450.5f, 0, -1};
+    KSSTSchema schema = {NULL, 0, &field, 1, NULL, 0};
+    KSSpectrum *pSpectrum = KSCreateSpec(&schema);
+    if (pSpectrum == NULL || pSpectrum->nNumMeasVals != 1 || pSpectrum->pafWlen[0] != 450.5f) return 1;
+    KSFreeSpec(pSpectrum);
+    char *szName = _WlenToMeasFldName(450.5f);
+    const int bSame = szName != NULL && strcmp(szName, "m450_500") == 0;
+    free(szName);
+    KSFreeSmoothParms(KSCreateSmoothParms(2));
+    KSConvCoeffs *pCoeffs = KSCreateConvCoeffs(1, 1);
+    if (pCoeffs == NULL || pCoeffs->panStartInd[0] != -1) return 1;
+    KSFreeConvCoeffs(pCoeffs);
+    free(pCoeffs);
+    return !bSame;
+}
+
 int main(void) {
     if (KSWlenComp(0.5004f, 0.5f) != 0) return 1;
     if (strcmp(aKSRadQuant[KS_RQ_REFL].szName, "refl") != 0) return 1;
     KSRadTrans *pRadTrans = KSCreateRadTrans(3);
     if (pRadTrans == NULL) return 1;
     KSFreeRadTrans(pRadTrans);
-    if (checkWindow() != 0) return 1;
+    if (checkWindow() != 0 || checkRegion() != 0 || checkSpectrum() != 0) return 1;
     KSHostSetErrorHandler(count, NULL);
     if (KSAllocWinEx(NULL) != 1 || nReports != 1) return 1;
     return 0;
