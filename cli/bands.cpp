@@ -225,4 +225,16 @@ std::string bandName(const DataSet& dataSet, int band) {
     return nm > 0 ? fmt::format("b{} ({:.1f} nm)", band + 1, nm) : fmt::format("b{}", band + 1);
 }
 
+std::string bandRanges(const std::vector<int>& bands) {
+    std::string text;
+    for (std::size_t first = 0; first < bands.size();) {
+        std::size_t last = first;
+        while (last + 1 < bands.size() && bands[last + 1] == bands[last] + 1) ++last;
+        text += fmt::format("{}b{}", text.empty() ? "" : ", ", bands[first] + 1);
+        if (last > first) text += fmt::format("-b{}", bands[last] + 1);
+        first = last + 1;
+    }
+    return text;
+}
+
 }  // namespace kscli

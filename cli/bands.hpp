@@ -32,4 +32,7 @@ std::vector<int> displayBands(const DataSet& dataSet);
 /// "b29 (675.6 nm)", or "b29".
 std::string bandName(const DataSet& dataSet, int band);
 
+/// "b1-b20, b29": bands in the order given, as --bands takes them.
+std::string bandRanges(const std::vector<int>& bands);
+
 }  // namespace kscli

@@ -16,5 +16,11 @@ void addConvert(CLI::App& app, Command& chosen);
 void addSynth(CLI::App& app, Command& chosen);
 void addVq(CLI::App& app, Command& chosen);
 void addTransform(CLI::App& app, Command& chosen);
+void addStats(CLI::App& app, Command& chosen);
+void addRoi(CLI::App& app, Command& chosen);
+void addLibrary(CLI::App& app, Command& chosen);
+void addResample(CLI::App& app, Command& chosen);
+void addSmooth(CLI::App& app, Command& chosen);
+void addUnmix(CLI::App& app, Command& chosen);
 
 }  // namespace kscli

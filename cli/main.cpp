@@ -61,6 +61,12 @@ int main(int argc, char** argv) {
     kscli::addInfo(app, command);
     kscli::addQuicklook(app, command);
     kscli::addSpectrum(app, command);
+    kscli::addStats(app, command);
+    kscli::addRoi(app, command);
+    kscli::addLibrary(app, command);
+    kscli::addResample(app, command);
+    kscli::addSmooth(app, command);
+    kscli::addUnmix(app, command);
     kscli::addConvert(app, command);
     kscli::addVq(app, command);
     kscli::addTransform(app, command);

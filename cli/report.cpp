@@ -65,18 +65,22 @@ Repetition countRepetition(const std::string& text) {
 
 // The host reports what it had to guess with this number and severity 0.
 constexpr int kHostReport = 62;
+// The library's one warning: a format could not take all fields of a layer.
+constexpr int kLibraryWarning = -1;
 
 void onReport(void*, int code, int severity, const char* text) noexcept {
     try {
         static bool explained = false;
         // What the library adds is that a call of the host failed, after the host said why.
-        if (code != kHostReport && explained) return;
+        if (code != kHostReport && code != kLibraryWarning && explained) return;
         explained = explained || (code == kHostReport && severity > 0);
         const std::string line = withoutLabel(withoutLineEnd(text));
         const Repetition repetition = countRepetition(line);
         if (repetition == Repetition::tooMany) return;
         if (code == kHostReport && severity == 0) {
             printNote(line);
+        } else if (code == kLibraryWarning) {
+            printWarning(line);
         } else if (repetition == Repetition::firstTooMany) {
             printError("... and more of the same.");
         } else {

@@ -11,6 +11,7 @@
 #include "bands.hpp"
 #include "blocks.hpp"
 #include "command.hpp"
+#include "components.hpp"
 #include "copymeta.hpp"
 #include "copyplan.hpp"
 #include "dataset.hpp"
@@ -19,6 +20,7 @@
 #include "quantized.hpp"
 #include "report.hpp"
 #include "staging.hpp"
+#include "transformfit.hpp"
 
 namespace kscli {
 namespace {
@@ -30,10 +32,10 @@ struct Options {
     std::string input;
     std::string parameters;
     std::string output;
-    std::string bands = "all";
+    std::string bands;  // empty: those that the parameter file names, or all
     std::string like;
-    std::string likeBands = "all";
-    int level = 0;  // of the values that TF takes and TI gives
+    std::string likeBands;  // the same
+    int level = 0;          // of the values that TF takes and TI gives
     bool codebook = false;
     bool force = false;
 };
@@ -76,8 +78,9 @@ public:
                 "MATLAB level-4 format.",
                 name);
         }
-        const std::unique_ptr<IVEC, Deleter> unused(numbers);
+        const std::unique_ptr<IVEC, Deleter> owned(numbers);
         Transform transform;
+        transform.numbers_.assign(numbers->ive, numbers->ive + numbers->dim);
         transform.shift_.reset(shift);
         std::unique_ptr<MAT, Deleter> other(direction == Direction::apply ? inverse : forward);
         transform.matrix_.reset(direction == Direction::apply ? forward : inverse);
@@ -89,6 +92,16 @@ public:
     int inputs() const { return static_cast<int>(matrix_->n); }
     int outputs() const { return static_cast<int>(matrix_->m); }
     const char* matrixName() const { return isApply_ ? "TF" : "TI"; }
+    /// The bands (from 0) that C names, one for each of `count`; empty where it does not name bands of such an image.
+    std::vector<int> namedBands(int count, const DataSet& image) const {
+        std::vector<int> bands;
+        for (int number : numbers_) {
+            const bool isNew = std::find(bands.begin(), bands.end(), number - 1) == bands.end();
+            if (number >= 1 && number <= image.bandCount() && isNew) bands.push_back(number - 1);
+        }
+        const auto wanted = static_cast<std::size_t>(count);
+        return bands.size() == wanted && numbers_.size() == wanted ? bands : std::vector<int>();
+    }
 
     void run(Window& source, Window& destination) const {
         if (KSLTWinEx(source.record(), destination.record(), matrix_.get(), subtracted(), added()) != 0) {
@@ -125,8 +138,20 @@ private:
 
     std::unique_ptr<MAT, Deleter> matrix_;
     std::unique_ptr<VEC, Deleter> shift_;
+    std::vector<int> numbers_;
     bool isApply_ = true;
 };
+
+/// Bands of an image that the transform takes or gives `count` of: those asked for, else those that the parameters were
+/// made of, else all.
+std::vector<int> chooseBands(const DataSet& image, const std::string& asked, const Transform& transform, int count,
+                             const std::string& parameters) {
+    if (!asked.empty()) return parseBands(image, asked);
+    const std::vector<int> named = transform.namedBands(count, image);
+    if (named.empty() || named == allBands(image)) return allBands(image);
+    note("{} names {} of {} bands: {}.", parameters, named.size(), image.bandCount(), bandRanges(named));
+    return named;
+}
 
 void requireInputs(const Transform& transform, int bands, const Options& options) {
     if (transform.inputs() == bands) return;
@@ -152,29 +177,15 @@ Like openLike(const Transform& transform, const Options& options) {
     Like like;
     if (options.like.empty()) return like;
     like.image = std::make_unique<DataSet>(DataSet::open(options.like));
-    like.plan = planWholeCopy(*like.image, parseBands(*like.image, options.likeBands), kFloat32);
+    like.plan = planWholeCopy(
+        *like.image, chooseBands(*like.image, options.likeBands, transform, transform.outputs(), options.parameters),
+        kFloat32);
     like.plan.level = like.image->level(options.level);
     if (static_cast<int>(like.plan.bands.size()) != transform.outputs()) {
         fail("{} of {} has {} rows, but {} bands of {} are to describe its results; choose bands with --like-bands.",
              transform.matrixName(), options.parameters, transform.outputs(), like.plan.bands.size(), options.like);
     }
     return like;
-}
-
-/// Components are numbered and nothing else: no response, no quality, no calibration.
-DataSet describeComponents(const DataSet& source, int count) {
-    DataSet result = source.describe(std::vector<int>(static_cast<std::size_t>(count), 0));
-    result.dropFirstTransforms(result->nNumRadTrans);
-    for (int i = 0; i < count; ++i) {
-        KSBandResp& response = result->Sensor.pBandResp[i];
-        if (response.eRespType == KS_RT_CUSTOM) std::free(response.pafSamples);
-        response = {};
-        response.eRespType = KS_RT_UNKNOWN;
-        response.fCentre = response.fFWHM = -1;
-        result->Sensor.peBandQual[i] = KS_BQ_PLOT;
-        result->pBandRefs[i].nID = i + 1;
-    }
-    return result;
 }
 
 DataSet describeOutput(const DataSet& source, const Like& like, int count) {
@@ -189,30 +200,12 @@ DataSet describeOutput(const DataSet& source, const Like& like, int count) {
 std::string historyLine(const Options& options) {
     std::string line = fmt::format("ks transform {} {} {}", options.direction == Direction::apply ? "apply" : "invert",
                                    options.input, options.parameters);
-    if (options.bands != "all") line += " --bands " + options.bands;
+    if (!options.bands.empty()) line += " --bands " + options.bands;
     if (options.level != 0) line += fmt::format(" --level {}", options.level);
     if (!options.like.empty()) line += " --like " + options.like;
-    if (options.likeBands != "all") line += " --like-bands " + options.likeBands;
+    if (!options.likeBands.empty()) line += " --like-bands " + options.likeBands;
     if (options.codebook) line += " --codebook";
     return line;
-}
-
-/// What a header says of the bands and values of the source, and so not of components.
-bool speaksOfSpectra(const std::string& key) {
-    for (const char* start : {"ENVI:z plot", "ENVI:wavelength", "ENVI:spectra", "STATISTICS_"}) {
-        if (key.compare(0, std::string(start).size(), start) == 0) return true;
-    }
-    return false;
-}
-
-Items fileEntriesOfComponents(const DataSet& source) {
-    CopyPlan plan = planWholeCopy(source, {}, kFloat32);
-    plan.level = source->nNumRadTrans;
-    Items entries = fileEntriesOfCopy(source, plan);
-    entries.erase(
-        std::remove_if(entries.begin(), entries.end(), [](const auto& entry) { return speaksOfSpectra(entry.first); }),
-        entries.end());
-    return entries;
 }
 
 void complete(const DataSet& source, const Like& like, const Options& options, HostFile* file, bool anyNaN) {
@@ -256,7 +249,11 @@ std::size_t transformBlocks(const DataSet& source, const std::vector<int>& bands
 
 void transformImage(const DataSet& source, const Transform& transform, const Like& like, const Options& options,
                     const std::string& name) {
-    const std::vector<int> bands = parseBands(source, options.bands);
+    const bool isApply = options.direction == Direction::apply;
+    const std::vector<int> bands =
+        options.bands.empty() && !isApply
+            ? allBands(source)
+            : chooseBands(source, options.bands, transform, transform.inputs(), options.parameters);
     requireInputs(transform, static_cast<int>(bands.size()), options);
     DataSet output = describeOutput(source, like, transform.outputs());
     output.create(name, kFloat32);
@@ -275,8 +272,13 @@ void transformImage(const DataSet& source, const Transform& transform, const Lik
 void transformCodebook(const DataSet& source, const Transform& transform, const Like& like, const Options& options,
                        const std::string& name) {
     requireQuantized(source, options.input);
-    if (parseBands(source, options.bands) != allBands(source)) {
+    if (!options.bands.empty() && parseBands(source, options.bands) != allBands(source)) {
         fail("--codebook transforms all bands of a cube; leave --bands away.");
+    }
+    const std::vector<int> named = transform.namedBands(transform.inputs(), source);
+    if (options.direction == Direction::apply && !named.empty() && named != allBands(source)) {
+        fail("{} is for {} of the bands or another order of them, and --codebook transforms all as they come.",
+             options.parameters, named.size());
     }
     requireInputs(transform, source.bandCount(), options);
     const Codebook before = Codebook::of(source, levelToRead(source, options));
@@ -316,8 +318,11 @@ CLI::App* addDirection(CLI::App& transform, const char* name, const char* what, 
         ->required();
     command->add_option("OUT", options->output, "The result: GeoTIFF when it ends in .tif or .tiff, else ENVI")
         ->required();
-    command->add_option("--bands", options->bands, fmt::format("Bands to transform, in this order: {}", kBandListHelp))
-        ->capture_default_str();
+    command
+        ->add_option("--bands", options->bands,
+                     fmt::format("Bands to transform, in this order: {}; default: {}", kBandListHelp,
+                                 options->direction == Direction::apply ? "those that C names, else all" : "all"))
+        ->type_name("LIST");
     command->add_flag("--codebook", options->codebook,
                       "Transform the code vectors of a vector-quantized cube and keep its index map");
     command->add_flag("--force", options->force, "Replace the output if it exists");
@@ -333,14 +338,17 @@ void addTransform(CLI::App& app, Command& chosen) {
     transform->fallthrough();
     transform->footer(
         "A parameter file holds four matrices in MATLAB level-4 format, in this order:\n"
-        "TF (forward matrix), TI (inverse matrix), C (one row, not used here) and S (one\n"
-        "row).\n"
+        "TF (forward matrix), TI (inverse matrix), C (one row: the numbers of the bands,\n"
+        "from 1; others are not used) and S (one row). pca and mnf make one.\n"
         "  apply:   component = TF (value - S)   TF has a column for every band,\n"
         "                                        S an element for every column of TF\n"
         "  invert:  value = TI component + S     TI has a column for every component,\n"
         "                                        S an element for every row of TI\n"
-        "Example:\n  ks transform apply scene.img pca.mat components.img\n"
+        "Example:\n  ks transform pca scene.img pca.mat\n"
+        "  ks transform apply scene.img pca.mat components.img\n"
         "  ks transform invert components.img pca.mat back.img --like scene.img");
+
+    addTransformFits(*transform, chosen);
 
     auto apply = std::make_shared<Options>();
     CLI::App* forward = addDirection(*transform, "apply", "component = TF (value - S)", apply, chosen);
@@ -357,9 +365,11 @@ void addTransform(CLI::App& app, Command& chosen) {
     CLI::App* backward = addDirection(*transform, "invert", "value = TI component + S", invert, chosen);
     CLI::Option* like = backward->add_option(
         "--like", invert->like, "The image whose bands the results are: wavelengths, quality, calibration");
-    backward->add_option("--like-bands", invert->likeBands, "Its bands that the results are, in this order")
+    backward
+        ->add_option("--like-bands", invert->likeBands,
+                     "Its bands that the results are, in this order; default: those that C names, else all")
         ->needs(like)
-        ->capture_default_str();
+        ->type_name("LIST");
     backward->add_option("--level", invert->level, "Radiometric level that the image was transformed at")
         ->check(wholeNumber(0))
         ->needs(like)

@@ -12,6 +12,7 @@ target_link_libraries(Meschach::Meschach INTERFACE ${MESCHACH_LIBRARY})
 
 if(KSLIB_BUILD_CLI)
   find_package(CLI11 REQUIRED)
+  find_package(Eigen3 3.4 REQUIRED NO_MODULE)
   find_package(nlohmann_json REQUIRED)
   find_package(fmt REQUIRED)
   find_package(PNG REQUIRED)
