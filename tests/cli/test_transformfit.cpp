@@ -30,7 +30,8 @@ constexpr int kHeight = 30;
 constexpr int kBands = 6;
 
 double hashed(int x, int y, int z) {
-    auto state = static_cast<std::uint32_t>(x * 73856093 ^ y * 19349663 ^ z * 83492791);
+    std::uint32_t state = static_cast<std::uint32_t>(x) * 73856093U ^ static_cast<std::uint32_t>(y) * 19349663U ^
+                          static_cast<std::uint32_t>(z) * 83492791U;
     for (int i = 0; i < 3; ++i) state = (state ^ (state >> 15U)) * 0x2c1b3c6dU;
     return static_cast<double>(state >> 8U) / 16777216.0 - 0.5;
 }
