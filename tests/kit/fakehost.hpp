@@ -50,6 +50,7 @@ struct FakeSegment {
     std::string name;
     std::string description;
     int type = 0;
+    char status = 'A';  // what IDBSegInfoIO says of it
     std::vector<unsigned char> bytes;
 };
 

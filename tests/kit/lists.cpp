@@ -94,6 +94,12 @@ bool checkLive(HostStringList list, const char* caller) {
     return false;
 }
 
+/// What becomes of a list on whose change the host gives up: nobody has it any more.
+HostStringList givenUp(HostStringList list) {
+    destroy(list);
+    return failing<HostStringList>(nullptr);
+}
+
 HostStringList stored(const FakeFile& file, int level, int number) {
     const auto found = file.lists.find({level, number});
     return found == file.lists.end() ? nullptr : newList(found->second);
@@ -137,7 +143,7 @@ const char* GDBFetchMetaDataEntry(HostFile* fp, int nLevel, int nNumber, const c
 }
 
 const char* FetchAuxEntry(HostStringList pList, const char* szKey) {
-    host().enter("FetchAuxEntry", arguments(pList, szKey));
+    if (!host().enter("FetchAuxEntry", arguments(pList, szKey))) return failing<const char*>(nullptr);
     if (!checkLive(pList, "FetchAuxEntry")) return nullptr;
     const std::size_t length = std::strlen(szKey);
     for (char** entry = pList; entry != nullptr && *entry != nullptr; ++entry) {
@@ -147,22 +153,23 @@ const char* FetchAuxEntry(HostStringList pList, const char* szKey) {
 }
 
 HostStringList SetAuxEntry(HostStringList pList, const char* szKey, const char* szValue) {
-    host().enter("SetAuxEntry", arguments(pList, szKey, szValue));
+    if (!host().enter("SetAuxEntry", arguments(pList, szKey, szValue))) return givenUp(pList);
     return checkLive(pList, "SetAuxEntry") ? withEntry(pList, szKey, szValue) : nullptr;
 }
 
 HostStringList DeleteAuxEntries(HostStringList pList, const char* szKey, int n0, int n1) {
-    host().enter("DeleteAuxEntries", arguments(pList, szKey, n0, n1));
+    if (!host().enter("DeleteAuxEntries", arguments(pList, szKey, n0, n1))) return givenUp(pList);
     return checkLive(pList, "DeleteAuxEntries") ? deleted(pList, szKey) : nullptr;
 }
 
 void DestroyStringList(HostStringList pList) {
-    host().enter("DestroyStringList", arguments(pList));
+    const bool proceed = host().enter("DestroyStringList", arguments(pList));
     destroy(pList);
+    if (!proceed) abandonIfTrapped();
 }
 
 int CountStringList(HostStringList pList) {
-    host().enter("CountStringList", arguments(pList));
+    if (!host().enter("CountStringList", arguments(pList))) return failing(0);
     return checkLive(pList, "CountStringList") ? static_cast<int>(entriesOf(pList).size()) : 0;
 }
 
@@ -181,7 +188,7 @@ const char* MkName(const char* szFormat, ...) {
     va_start(values, szFormat);
     std::vsnprintf(text, sizeof texts[0], szFormat, values);
     va_end(values);
-    host().enter("MkName", arguments(static_cast<const char*>(text)));
+    if (!host().enter("MkName", arguments(static_cast<const char*>(text)))) return failing<const char*>(nullptr);
     return text;
 }
 

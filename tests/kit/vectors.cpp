@@ -28,17 +28,25 @@ struct Rectangle {
     const std::int64_t* sizes;
     const std::int64_t* offset;
     const std::int64_t* count;
+    const std::int64_t* step;    // null: 1 everywhere
+    const std::int64_t* resume;  // index inside the rectangle to go on from; null: its start
     std::int64_t elements() const {
         std::int64_t product = 1;
         for (int d = 0; d < dimensions; ++d) product *= count[d];
         return product;
+    }
+    /// The number in the rectangle of its first element that moves.
+    std::int64_t first() const {
+        std::int64_t at = 0;
+        for (int d = 0; d < dimensions; ++d) at = at * count[d] + (resume == nullptr ? 0 : resume[d]);
+        return at;
     }
     /// The element of the array that is number i of the rectangle, the last dimension running fastest.
     std::int64_t position(std::int64_t i) const {
         std::int64_t at = 0;
         std::int64_t stride = 1;
         for (int d = dimensions - 1; d >= 0; --d) {
-            at += (offset[d] + i % count[d]) * stride;
+            at += (offset[d] + i % count[d] * (step == nullptr ? 1 : step[d])) * stride;
             i /= count[d];
             stride *= sizes[d];
         }
@@ -48,10 +56,11 @@ struct Rectangle {
 
 std::int64_t moveElements(FakeSegment& segment, int mode, const Rectangle& rectangle, int elementSize, char* buffer,
                           std::int64_t limit) {
-    const std::int64_t wanted = std::min(rectangle.elements(), limit / elementSize);
+    const std::int64_t first = rectangle.first();
+    const std::int64_t wanted = std::min(rectangle.elements() - first, limit);
     const auto size = static_cast<std::size_t>(elementSize);
     for (std::int64_t i = 0; i < wanted; ++i) {
-        const std::size_t at = static_cast<std::size_t>(rectangle.position(i)) * size;
+        const std::size_t at = static_cast<std::size_t>(rectangle.position(first + i)) * size;
         if (at + size > segment.bytes.size()) return -1;
         char* outside = buffer + static_cast<std::size_t>(i) * size;
         if (mode == 0) {
@@ -160,7 +169,7 @@ int IDBSegInfoIO(HostFile* fp, int nSegment, int nMode, char* pchStatus, int* pn
                  void* /*p2*/) {
     if (!host().enter("IDBSegInfoIO", arguments(fp, nSegment, nMode))) return failing(0);
     const FakeSegment* segment = segmentOf(fp, nSegment, "IDBSegInfoIO");
-    if (pchStatus != nullptr) *pchStatus = segment == nullptr ? 'E' : 'A';
+    if (pchStatus != nullptr) *pchStatus = segment == nullptr ? 'E' : segment->status;
     if (pnType != nullptr) *pnType = segment == nullptr ? 0 : segment->type;
     return 1;
 }
@@ -181,13 +190,15 @@ int IDBMultiArrayIO(HostFile* fp, int nMode, int nSegment, int nDimensions, cons
     const bool proceed =
         host().enter("IDBMultiArrayIO", arguments(fp, nMode, nSegment, numbers(panSizes, nDimensions), nElementSize,
                                                   numbers(panOffset, nDimensions), numbers(panCount, nDimensions),
-                                                  static_cast<const void*>(panOpt1), static_cast<const void*>(panOpt2),
+                                                  numbers(panOpt1, nDimensions), numbers(panOpt2, nDimensions),
                                                   nPosition, static_cast<const void*>(pBuffer), nBytes));
     FakeSegment* segment = segmentOf(fp, nSegment, "IDBMultiArrayIO");
     if (!proceed || segment == nullptr) return failing(0);
-    const Rectangle rectangle = {nDimensions, panSizes, panOffset, panCount};
+    const Rectangle rectangle = {nDimensions, panSizes, panOffset, panCount, panOpt1, panOpt2};
+    const std::int64_t room = nBytes / nElementSize;
+    const std::int64_t most = nPosition > 0 ? std::min(nPosition, room) : room;
     const std::int64_t moved =
-        moveElements(*segment, nMode, rectangle, nElementSize, static_cast<char*>(pBuffer), nBytes);
+        moveElements(*segment, nMode, rectangle, nElementSize, static_cast<char*>(pBuffer), most);
     if (moved < 0) return failing(0);
     if (pnMoved != nullptr) *pnMoved = moved;
     return 1;

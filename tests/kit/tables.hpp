@@ -1,0 +1,136 @@
+// Look-up tables, their vectors and the file that keeps them.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <kslib/kslut.h>
+#include <kslib/kslutvec.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fixture.hpp"
+
+namespace kit {
+
+constexpr int kTableSegment = 180;
+constexpr int kOk = 1;  // of the table families
+constexpr int kFailed = 0;
+
+struct TableDeleter {
+    void operator()(KSLUT* table) const { KSLUTDestroy(table); }
+};
+using Table = std::unique_ptr<KSLUT, TableDeleter>;
+
+struct VectorDeleter {
+    void operator()(KSLUTVector* vector) const { KSLUTVectorDestroy(vector); }
+};
+using Vector = std::unique_ptr<KSLUTVector, VectorDeleter>;
+
+struct BlockDeleter {
+    void operator()(void* block) const { std::free(block); }
+};
+template <class T>
+using Block = std::unique_ptr<T, BlockDeleter>;
+
+using Extents = std::vector<std::int64_t>;
+using Sizes = std::vector<int>;
+using Coords = std::vector<float>;
+
+inline Vector vectorOf(const Extents& values) {
+    Vector vector(KSLUTVectorCreate(static_cast<int>(values.size())));
+    EXPECT_EQ(KSLUTVectorSetValues(vector.get(), values.data()), kOk);
+    return vector;
+}
+
+inline Extents valuesOf(const Vector& vector) { return {vector->panValues, vector->panValues + vector->nDimensions}; }
+
+/// A table with sizes, and coordinates that are all 0.
+inline Table tableOf(const Sizes& sizes, int elementSize = 8) {
+    Table table(KSLUTCreate(static_cast<int>(sizes.size())));
+    EXPECT_EQ(KSLUTSetSizes(table.get(), sizes.data()), kOk);
+    EXPECT_EQ(KSLUTSetElementSize(table.get(), elementSize), kOk);
+    return table;
+}
+
+inline void setCoords(const Table& table, int d, const Coords& coords) {
+    ASSERT_EQ(table->panSizes[d], static_cast<int>(coords.size()));
+    EXPECT_EQ(KSLUTSetCoords(table.get(), d, coords.data()), kOk);
+}
+
+inline Sizes sizesOf(const Table& table) { return {table->panSizes, table->panSizes + table->nDimensions}; }
+
+inline Coords coordsOf(const Table& table, int d) {
+    const float* coords = table->papafCoords[d];
+    return coords == nullptr ? Coords{} : Coords(coords, coords + table->panSizes[d]);
+}
+
+inline std::string labelOf(const Table& table, int d) {
+    return table->papszLabels[d] == nullptr ? "(none)" : table->papszLabels[d];
+}
+
+/// A file of segments, open for writing by the test until it ends.
+struct TableFileTest : LibraryTest {
+    HostFile* file = nullptr;
+
+    void SetUp() override {
+        LibraryTest::SetUp();
+        host().addFile("tables.ks", 0, 0, {});
+        file = host().open("tables.ks", true);
+    }
+    void TearDown() override {
+        closeFile();
+        LibraryTest::TearDown();
+    }
+    /// Gives the test's own reference back.
+    void closeFile() {
+        if (file != nullptr && host().isLive(file)) GDBClose(file);
+        file = nullptr;
+    }
+    static FakeFile& stored() { return host().file("tables.ks"); }
+    static FakeSegment& addSegment(int number, std::size_t bytes = 0, int type = kTableSegment) {
+        FakeSegment& segment = stored().segments[number];
+        segment.type = type;
+        segment.bytes.assign(bytes, 0);
+        return segment;
+    }
+    /// Keeps a table in a segment of its own, with room for its elements.
+    void place(const Table& table, int number) const {
+        std::int64_t elements = 0;
+        ASSERT_EQ(KSLUTGetNumElems(table.get(), &elements), kOk);
+        addSegment(number, static_cast<std::size_t>(elements * table->nElementSize));
+        ASSERT_EQ(KSLUTSetFileInfo(table.get(), file, number), kOk);
+        host().forget();
+    }
+    /// The metadata of a segment, entry by entry.
+    static Names entries(int number) { return stored().lists[{kTableSegment, number}]; }
+    static void setEntry(int number, const std::string& key, const std::string& value) {
+        stored().set(kTableSegment, number, key, value);
+    }
+    static void setEntries(int number, const std::vector<std::pair<std::string, std::string>>& entries) {
+        for (const auto& entry : entries) setEntry(number, entry.first, entry.second);
+    }
+    static std::string entry(int number, const std::string& key) { return stored().get(kTableSegment, number, key); }
+};
+
+/// The calls by which a caller guards the work of a host between them.
+inline Names guarded(const Names& calls) {
+    Names all = {"IMP_Protect()", "IMPProtectBuffer()"};
+    all.insert(all.end(), calls.begin(), calls.end());
+    all.emplace_back("IMPUnprotect()");
+    return all;
+}
+
+/// The calls so far from the moment that a trap is asked for, each as "Name(arguments)".
+inline Names callsFromTrap() {
+    Names found;
+    for (const Call& call : host().calls) {
+        if (call.name == "IMP_Protect" || !found.empty()) found.push_back(call.name + "(" + call.arguments + ")");
+    }
+    return found;
+}
+
+}  // namespace kit
