@@ -11,6 +11,7 @@
 #include <limits>
 
 #include "support/heap.hpp"
+#include "support/narrow.hpp"
 #include "support/region.hpp"
 #include "support/report.hpp"
 
@@ -48,12 +49,6 @@ bool isKnownType(const KSROI& region) {
 }
 
 bool isEvenPoint(const KSROI& region) { return region.eROIType == KS_ROI_POINT && region.nXSize % 2 == 0; }
-
-int narrow(std::int64_t value) {
-    constexpr std::int64_t kLeast = std::numeric_limits<int>::min();
-    constexpr std::int64_t kMost = std::numeric_limits<int>::max();
-    return static_cast<int>(std::clamp(value, kLeast, kMost));
-}
 
 // ---- bitmaps ----
 

@@ -16,17 +16,12 @@
 #include "ksstats/moments.hpp"
 #include "support/heap.hpp"
 #include "support/matrix.hpp"
+#include "support/narrow.hpp"
 #include "support/report.hpp"
 
 using namespace ks;
 
 namespace {
-
-int narrow(std::int64_t value) {
-    constexpr std::int64_t kLeast = std::numeric_limits<int>::min();
-    constexpr std::int64_t kMost = std::numeric_limits<int>::max();
-    return static_cast<int>(std::clamp(value, kLeast, kMost));
-}
 
 // ---- the request ----
 
