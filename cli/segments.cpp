@@ -4,6 +4,7 @@
 #include <cmath>
 #include <sstream>
 
+#include "gaps.hpp"
 #include "rawspectrum.hpp"
 #include "report.hpp"
 
@@ -17,14 +18,6 @@ double directionOf(const std::vector<double>& wavelengths) {
         if (wavelengths[i] > 0 && wavelengths[i - 1] > 0) rising += wavelengths[i] > wavelengths[i - 1] ? 1 : -1;
     }
     return rising >= 0 ? 1 : -1;
-}
-
-/// Wavelengths are left out before a value: the step is far wider than those on either side.
-bool isGapBefore(const std::vector<double>& wavelengths, std::size_t i) {
-    constexpr double kFarWider = 4;
-    if (i < 2 || i + 1 >= wavelengths.size()) return false;
-    const auto step = [&](std::size_t k) { return std::abs(wavelengths[k] - wavelengths[k - 1]); };
-    return step(i) > kFarWider * std::max(step(i - 1), step(i + 1));
 }
 
 /// Cuts at values outside a stretch of wavelengths, where the next detector begins, and across gaps.

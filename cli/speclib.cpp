@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "gaps.hpp"
 #include "output.hpp"
 #include "rawspectrum.hpp"
 #include "speclayer.hpp"
@@ -61,14 +62,7 @@ bool LibrarySpectrum::isUsable(std::size_t i) const {
            quality[i] != KS_BQ_SKIP;
 }
 
-bool LibrarySpectrum::isGapBefore(std::size_t i) const {
-    constexpr float kFarWider = 4;
-    if (i < 2 || i + 1 >= wavelengths.size()) return false;
-    const float step = wavelengths[i] - wavelengths[i - 1];
-    const float before = wavelengths[i - 1] - wavelengths[i - 2];
-    const float after = wavelengths[i + 1] - wavelengths[i];
-    return step > kFarWider * std::max(before, after);
-}
+bool LibrarySpectrum::isGapBefore(std::size_t i) const { return kscli::isGapBefore(wavelengths, i); }
 
 std::vector<LibrarySpectrum> readLibrary(const std::string& name, const std::string& wavelengthFile) {
     checkReadable(name);
