@@ -57,7 +57,7 @@ struct Parameters {
 bool same(const MAT& a, const MAT& b) {
     if (a.m != b.m || a.n != b.n) return false;
     for (u_int row = 0; row < a.m; ++row) {
-        if (std::memcmp(a.me[row], b.me[row], a.n * sizeof(Real)) != 0) return false;
+        if (std::memcmp(a.me[row], b.me[row], a.n * sizeof(double)) != 0) return false;
     }
     return true;
 }
@@ -80,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!first.write(written) || !second.read(written)) __builtin_trap();
     const bool equal = same(*first.forward, *second.forward) && same(*first.inverse, *second.inverse) &&
                        first.s->dim == second.s->dim && first.c->dim == second.c->dim &&
-                       std::memcmp(first.s->ve, second.s->ve, first.s->dim * sizeof(Real)) == 0 &&
+                       std::memcmp(first.s->ve, second.s->ve, first.s->dim * sizeof(double)) == 0 &&
                        std::memcmp(first.c->ive, second.c->ive, first.c->dim * sizeof(int)) == 0;
     if (!equal) __builtin_trap();
     return 0;

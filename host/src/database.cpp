@@ -97,6 +97,10 @@ Statement& Statement::bindBlob(const void* bytes, size_t size) {
 void Statement::run() {
     while (step()) {
     }
+    reset();
+}
+
+void Statement::reset() {
     check(sqlite3_reset(statement_));
     position_ = 0;
 }

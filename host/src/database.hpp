@@ -62,6 +62,8 @@ public:
     /// Runs to the end; the statement can then be bound again.
     void run();
     bool step();
+    /// Ready to be bound and stepped through again.
+    void reset();
 
     int integer(int column) const { return sqlite3_column_int(statement_, column); }
     std::int64_t integer64(int column) const { return sqlite3_column_int64(statement_, column); }

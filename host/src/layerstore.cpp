@@ -7,7 +7,7 @@ namespace {
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "numbers are stored as they are in memory");
 
-// A segment of any other type will hold its blocks in tables of its own.
+// The directory also lists data segments (datastore.cpp), which have no detail.
 constexpr const char* kSchema = R"sql(
 CREATE TABLE segments(
   number INTEGER PRIMARY KEY CHECK (number > 0), type INTEGER NOT NULL, name TEXT NOT NULL, description TEXT NOT NULL,
@@ -79,6 +79,18 @@ Segments readSegments(Connection& connection) {
     return segments;
 }
 
+void addToDirectory(Connection& connection, int number, const Segment& segment, const std::string& detail,
+                    std::int64_t revision) {
+    Statement(connection, "INSERT OR REPLACE INTO segments VALUES (?, ?, ?, ?, ?, ?)")
+        .bind(number)
+        .bind(segment.type)
+        .bind(segment.name)
+        .bind(segment.description)
+        .bind(detail)
+        .bind(revision)
+        .run();
+}
+
 void readLayer(Connection& connection, int segment, EditableTable& table) {
     Statement head(connection, "SELECT name, description, detail FROM segments WHERE number = ? AND type = ?");
     head.bind(segment).bind(kLayerSegment);
@@ -110,14 +122,8 @@ void writeLayer(Connection& connection, int segment, const StoredLayer& layer, s
                           " from another program meanwhile; open the file again");
     const bool whole = stored == 0 || stored != layer.revision || table.changedWhole();
     if (whole) clearLayer(connection, segment);
-    Statement(connection, "INSERT OR REPLACE INTO segments VALUES (?, ?, ?, ?, ?, ?)")
-        .bind(segment)
-        .bind(kLayerSegment)
-        .bind(table.name())
-        .bind(table.description())
-        .bind(table.detail())
-        .bind(revision)
-        .run();
+    addToDirectory(connection, segment, {kLayerSegment, table.name(), table.description(), 0}, table.detail(),
+                   revision);
     writeFields(connection, segment, table);
     ShapeWriter writer(connection, segment, table);
     if (!whole) {

@@ -32,6 +32,9 @@ using StoredLayers = std::map<int, StoredLayer>;
 
 void makeLayerSchema(Connection& connection);
 Segments readSegments(Connection& connection);
+/// Puts a segment into the directory, in place of the one of its number.
+void addToDirectory(Connection& connection, int number, const Segment& segment, const std::string& detail,
+                    std::int64_t revision);
 /// Fills a table with what is stored; throws when there is no such layer or it is damaged.
 void readLayer(Connection& connection, int segment, EditableTable& table);
 /// Stores what has changed since the layer's revision, or all of it when the stored one is another by now. Throws when

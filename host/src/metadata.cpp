@@ -1,5 +1,6 @@
 // Metadata lists: inside the host as StringList, at the boundary as null-terminated arrays of malloc'ed "KEY=VALUE"
 // texts. What a file stores is read and written through its store; the array functions here need no file at all.
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -16,9 +17,6 @@
 namespace kshost {
 namespace {
 
-constexpr int kFileLevel = 1;
-constexpr int kChannelLevel = 2;
-constexpr int kSegmentLevel = 3;
 constexpr size_t kDescriptionSize = 65;  // callers' buffers hold 64 characters
 
 /// The value of an entry of exactly this key, or null.
@@ -82,18 +80,29 @@ bool isChannel(const HostFile& file, int channel) {
     return file.raster != nullptr && channel >= 1 && channel <= file.raster->facts().channels;
 }
 
+/// A segment is addressed by its number at the level of segments or at that of its own type.
+bool isSegment(const HostFile& file, int level, int number) {
+    const Segments all = file.store->segments();
+    const auto found = all.find(number);
+    return found != all.end() && (level == kSegmentLevel || level == found->second.type);
+}
+
+std::string ofType(int level) { return level == kSegmentLevel ? "" : " of type " + std::to_string(level); }
+
 /// True when the file has what a level and number name; else a report says what is wrong.
 bool hasLevel(const HostFile& file, int level, int number, const char* caller) {
     if (level == kFileLevel) return true;
     if (level == kChannelLevel && isChannel(file, number)) return true;
-    if (level == kSegmentLevel && file.store->segments().count(number) != 0) return true;
-    const std::string place = level == kChannelLevel   ? "has no channel " + std::to_string(number)
-                              : level == kSegmentLevel ? "has no segment " + std::to_string(number)
-                                                       : "keeps no metadata of level " + std::to_string(level);
+    if (level > kChannelLevel && isSegment(file, level, number)) return true;
+    const std::string place = level == kChannelLevel  ? "has no channel " + std::to_string(number)
+                              : level > kChannelLevel ? "has no segment " + std::to_string(number) + ofType(level)
+                                                      : "keeps no metadata of level " + std::to_string(level);
     reportFailure(std::string(caller) + ": " + file.name + " " + place + ".");
     return false;
 }
 
+// How the store numbers what callers address.
+int normalLevel(int level) { return std::min<int>(level, kSegmentLevel); }
 int normalNumber(int level, int number) { return level == kFileLevel ? -1 : number; }
 
 /// Cuts a text to what fits into a caller's buffer, never within a UTF-8 character.
@@ -128,11 +137,11 @@ bool metadata(HostFile* fp, int direction, int level, int number, HostStringList
     HostFile* file = live(fp, kCaller);
     if (file == nullptr || !hasLevel(*file, level, number, kCaller)) return false;
     if (direction == 0) {
-        *result = file->store->list(level, normalNumber(level, number)).toBoundary();
+        *result = file->store->list(normalLevel(level), normalNumber(level, number)).toBoundary();
         return true;
     }
     if (!mayWrite(*file, kCaller)) return false;
-    file->store->replaceList(level, normalNumber(level, number), StringList::fromBoundary(given));
+    file->store->replaceList(normalLevel(level), normalNumber(level, number), StringList::fromBoundary(given));
     return true;
 }
 
@@ -141,7 +150,7 @@ bool fetch(HostFile* fp, int level, int number, const char* key, const char** va
     HostFile* file = live(fp, kCaller);
     if (file == nullptr || !hasLevel(*file, level, number, kCaller)) return false;
     if (key == nullptr) return true;
-    const char* found = file->store->list(level, normalNumber(level, number)).find(key);
+    const char* found = file->store->list(normalLevel(level), normalNumber(level, number)).find(key);
     *value = found != nullptr ? file->store->lend(found) : nullptr;
     return true;
 }

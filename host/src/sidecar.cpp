@@ -19,9 +19,10 @@ namespace kshost {
 namespace {
 
 constexpr int kApplicationId = 0x6b736c62;  // "kslb"
-constexpr int kVersion = 3;
+constexpr int kVersion = 4;
 constexpr int kCodebookVersion = 2;  // the first that can hold a codebook
-constexpr int kLayerVersion = 3;     // the first that can hold segments
+constexpr int kLayerVersion = 3;     // the first that can hold layers
+constexpr int kDataVersion = 4;      // the first that can hold data segments
 constexpr int kCommitAttempts = 3;
 
 constexpr const char* kSchema = R"sql(
@@ -227,6 +228,7 @@ void ensureVersion(Connection& connection, int version) {
     if (found >= version) return;
     if (found < kCodebookVersion) connection.run(kCodebookSchema);
     if (found < kLayerVersion && version >= kLayerVersion) makeLayerSchema(connection);
+    if (found < kDataVersion && version >= kDataVersion) makeDataSchema(connection);
     setVersion(connection, version);
 }
 
@@ -263,6 +265,10 @@ void writeChanges(Connection& connection, const SidecarChanges& changes, std::in
         ensureVersion(connection, kLayerVersion);
         writeLayer(connection, segment, layer, count);
     }
+    if (changes.dataSegment) {
+        ensureVersion(connection, kDataVersion);
+        createDataSegment(connection, *changes.dataSegment, count);
+    }
 }
 
 /// Takes changes into what is known, as commit number `count`.
@@ -276,6 +282,7 @@ void apply(const SidecarChanges& changes, std::int64_t count, SidecarContent& co
     if (changes.codebook != nullptr) content.codebook = changes.codebook;
     for (const auto& [segment, layer] : changes.layers)
         content.segments[segment] = {kLayerSegment, layer.table->name(), layer.table->description(), count};
+    if (changes.dataSegment) content.segments[changes.dataSegment->number] = changes.dataSegment->segment;
 }
 
 void makeSchema(Connection& connection) {
@@ -284,10 +291,19 @@ void makeSchema(Connection& connection) {
     connection.run(kSchema);
     connection.run(kCodebookSchema);
     makeLayerSchema(connection);
+    makeDataSchema(connection);
 }
 
-/// Makes a sidecar of all that is known: one that vanished meanwhile must not take other levels with it. Layers that
-/// were not read before are gone with it all the same.
+void dropListsWithoutSegment(SidecarContent& content) {
+    for (auto list = content.lists.begin(); list != content.lists.end();) {
+        const auto [level, number] = list->first;
+        const bool stays = level != kSegmentLevel || content.segments.count(number) != 0;
+        list = stays ? std::next(list) : content.lists.erase(list);
+    }
+}
+
+/// Makes a sidecar of all that is known: one that vanished meanwhile must not take other levels with it. Data segments,
+/// and layers that were not read before, are gone with it all the same, and so are their lists.
 SidecarContent storeAnew(Connection& connection, const SidecarChanges& changes, const SidecarContent& known) {
     makeSchema(connection);
     SidecarChanges all = changes;
@@ -296,6 +312,7 @@ SidecarContent storeAnew(Connection& connection, const SidecarChanges& changes, 
     SidecarContent whole = known;
     whole.segments.clear();
     apply(all, 1, whole);
+    dropListsWithoutSegment(whole);
     all.lists = whole.lists;
     all.descriptions = whole.descriptions;
     all.georeference = whole.georeference;
@@ -340,19 +357,34 @@ void removeIfEmpty(const std::string& path) noexcept {
     close(file);
 }
 
-SidecarContent commitOnce(const std::string& path, const SidecarChanges& changes, const SidecarContent& known) {
-    Connection connection(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+void prepareToWrite(Connection& connection) {
     connection.run(
         "PRAGMA journal_mode=DELETE; PRAGMA synchronous=FULL; PRAGMA cell_size_check=ON; PRAGMA trusted_schema=OFF");
+}
+
+/// Runs a body in one transaction, which a failure undoes.
+template <class Body>
+void inTransaction(Connection& connection, Body body) {
     connection.run("BEGIN IMMEDIATE");
     try {
-        SidecarContent whole = storeWithin(connection, changes, known);
+        body();
         connection.run("COMMIT");
-        return whole;
     } catch (...) {
         connection.undo();
         throw;
     }
+}
+
+SidecarContent commitOnce(const std::string& path, const SidecarChanges& changes, const SidecarContent& known) {
+    Connection connection(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    prepareToWrite(connection);
+    if (changes.dataSegment) {
+        holdsContent(connection);  // refuses what is not ours before it is rewritten
+        widenPages(connection);
+    }
+    SidecarContent whole;
+    inTransaction(connection, [&] { whole = storeWithin(connection, changes, known); });
+    return whole;
 }
 
 /// Reads a sidecar that is there; an interrupted commit is undone first.
@@ -378,6 +410,17 @@ bool readPresent(const std::string& path, std::string& why, Read read) {
     }
 }
 
+/// Throws unless the segment holds data and the whole array fits into it.
+void requireRoom(Connection& connection, int segment, const HyperRectangle& rectangle) {
+    if (!holdsContent(connection) || integerOf(connection, "PRAGMA user_version") < kDataVersion)
+        connection.refuse("holds no data segments");
+    const std::int64_t bytes = dataSegmentBytes(connection, segment);
+    if (rectangle.arrayBytes() > bytes) {
+        connection.refuse("has " + std::to_string(bytes) + " bytes in segment " + std::to_string(segment) +
+                          ", too few for an array of " + std::to_string(rectangle.arrayBytes()));
+    }
+}
+
 }  // namespace
 
 std::optional<SidecarContent> readSidecar(const std::string& path, std::string& why) {
@@ -394,6 +437,39 @@ std::string readStoredLayer(const std::string& path, int segment, EditableTable&
         revision = readSegments(connection)[segment].revision;
     });
     return held || !why.empty() ? why : path + " has vanished";
+}
+
+std::string readData(const std::string& path, int segment, const HyperRectangle& rectangle, unsigned char* to) {
+    std::string why;
+    const bool held = readPresent(path, why, [&](Connection& connection) {
+        requireRoom(connection, segment, rectangle);
+        DataPages pages(connection, segment);
+        rectangle.forEachRun([&](std::int64_t position, std::int64_t bytes) {
+            pages.read(position, bytes, to);
+            to += bytes;
+        });
+    });
+    return held || !why.empty() ? why : path + " has vanished";
+}
+
+std::string writeData(const std::string& path, int segment, const HyperRectangle& rectangle,
+                      const unsigned char* from) {
+    try {
+        Connection connection(path, SQLITE_OPEN_READWRITE);
+        prepareToWrite(connection);
+        inTransaction(connection, [&] {
+            requireRoom(connection, segment, rectangle);
+            DataPages pages(connection, segment);
+            rectangle.forEachRun([&](std::int64_t position, std::int64_t bytes) {
+                pages.write(position, bytes, from);
+                from += bytes;
+            });
+            pages.finish();
+        });
+        return {};
+    } catch (const DatabaseError& error) {
+        return error.what();
+    }
 }
 
 void keepInMemory(const SidecarChanges& changes, SidecarContent& content) {

@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "codebook.hpp"
+#include "datastore.hpp"
 #include "facts.hpp"
+#include "hyperrectangle.hpp"
 #include "layerstore.hpp"
 #include "stringlist.hpp"
 
@@ -38,7 +40,7 @@ struct SidecarContent {
     std::optional<Georeference> georeference;
     std::vector<std::string> history;
     std::shared_ptr<const Codebook> codebook;  // of a vector-quantized cube, else null
-    Segments segments;                         // the directory; layers are read when they are asked for
+    Segments segments;                         // the directory; what they hold is read when it is asked for
 };
 
 /// What one commit stores. Levels that are not named keep what the sidecar holds for them.
@@ -51,6 +53,7 @@ struct SidecarChanges {
     std::shared_ptr<const Codebook> codebook;  // null: as it was
     StoredLayers layers;                       // new ones and changed ones
     StoredLayers unchangedLayers;              // needed only when the sidecar has to be made anew
+    std::optional<NewDataSegment> dataSegment;
 };
 
 /// What a sidecar holds; nothing when there is none. A file that cannot be used leaves a reason in `why`. A sidecar
@@ -61,6 +64,11 @@ std::optional<SidecarContent> readSidecar(const std::string& path, std::string& 
 /// Reads one layer into a table, and the commit that stored it. Returns an empty text, or a reason with whatever was
 /// read by then in the table.
 std::string readStoredLayer(const std::string& path, int segment, EditableTable& table, std::int64_t& revision);
+
+/// Moves bytes between a data segment and a buffer: writing is a transaction of its own. Returns an empty text, or a
+/// reason with the segment as it was.
+std::string readData(const std::string& path, int segment, const HyperRectangle& rectangle, unsigned char* to);
+std::string writeData(const std::string& path, int segment, const HyperRectangle& rectangle, const unsigned char* from);
 
 /// Takes changes into a content that lies in no file.
 void keepInMemory(const SidecarChanges& changes, SidecarContent& content);

@@ -120,6 +120,9 @@ public:
     Segments segments() override;
     std::shared_ptr<Table> table(int segment, std::string& why) override;
     int addTable(std::shared_ptr<EditableTable> table, std::string& why) override;
+    int addDataSegment(const Segment& segment, std::int64_t blocks, std::string& why) override;
+    std::string readData(int segment, const HyperRectangle& rectangle, unsigned char* to) override;
+    std::string writeData(int segment, const HyperRectangle& rectangle, const unsigned char* from) override;
     int typeOf(int segment) const override;
     const TableFormat* format() const override { return format_.get(); }
     void markCreated() override;
@@ -143,7 +146,10 @@ private:
     }
     void judgeHeader();
     const std::string* setDescription(int channel) const;
+    int nextSegment();
+    std::string whyNotStored() const;
     SidecarImage imageToStore();
+    SidecarImage imageAsItStands();
     std::string storeNow(SidecarChanges& changes);
     std::string storeInMemory(const SidecarChanges& changes);
     void refreshLayers();
@@ -253,13 +259,17 @@ int SidecarStore::typeOf(int segment) const {
     return format_ != nullptr ? format_->type() : KSHOST_TYPE_MEMORY;
 }
 
-int SidecarStore::addTable(std::shared_ptr<EditableTable> table, std::string& why) {
+int SidecarStore::nextSegment() {
     const Segments taken = segments();
-    if (format_ != nullptr && !taken.empty()) {
+    return taken.empty() ? 1 : taken.rbegin()->first + 1;
+}
+
+int SidecarStore::addTable(std::shared_ptr<EditableTable> table, std::string& why) {
+    if (format_ != nullptr && !segments().empty()) {
         why = "a file of this format holds one layer";
         return 0;
     }
-    const int number = taken.empty() ? 1 : taken.rbegin()->first + 1;
+    const int number = nextSegment();
     layers_[number] = {std::move(table), 0};
     return number;
 }
@@ -391,6 +401,13 @@ SidecarImage SidecarStore::imageToStore() {
     return image;
 }
 
+/// The image's own row for a commit that leaves its header alone.
+SidecarImage SidecarStore::imageAsItStands() {
+    SidecarImage image = imageToStore();
+    image.headerHash = image.formerHeaderHash;
+    return image;
+}
+
 std::string SidecarStore::storeInMemory(const SidecarChanges& changes) {
     if (format_ != nullptr && !changes.layers.empty()) {
         const std::string why = format_->write(*changes.layers.begin()->second.table);
@@ -400,14 +417,18 @@ std::string SidecarStore::storeInMemory(const SidecarChanges& changes) {
     return {};
 }
 
+std::string SidecarStore::whyNotStored() const {
+    if (!writeObstacle_.empty()) return writeObstacle_;
+    // Beside another image of that name, or beside none, it would say what is not true.
+    return inodeOf(file_) != inode_ ? file_ + " has been deleted or replaced since it was opened" : std::string();
+}
+
 std::string SidecarStore::storeNow(SidecarChanges& changes) {
     if (path_.empty()) return storeInMemory(changes);
-    if (!writeObstacle_.empty()) return writeObstacle_;
+    if (std::string why = whyNotStored(); !why.empty()) return why;
     changes.unchangedLayers.clear();
     for (const auto& [number, layer] : layers_)
         if (!layer.table->dirty()) changes.unchangedLayers[number] = layer;
-    // Beside another image of that name, or beside none, it would say what is not true.
-    if (inodeOf(file_) != inode_) return file_ + " has been deleted or replaced since it was opened";
     const std::string failure = commitSidecar(path_, changes, content_);
     if (failure.empty()) hasSidecar_ = true;
     return failure;
@@ -434,12 +455,32 @@ std::string SidecarStore::commit() {
 
 std::string SidecarStore::putCodebook(std::shared_ptr<const Codebook> codebook) {
     SidecarChanges changes;
-    changes.image = imageToStore();
-    changes.image.headerHash = changes.image.formerHeaderHash;
+    changes.image = imageAsItStands();
     changes.codebook = std::move(codebook);
     std::string failure = storeNow(changes);
     if (failure.empty()) markedCreated_ = false;
     return failure;
+}
+
+// ---- data segments ----
+
+int SidecarStore::addDataSegment(const Segment& segment, std::int64_t blocks, std::string& why) {
+    if (path_.empty()) return why = "a file in memory or of this format holds no data segments", 0;
+    const int number = nextSegment();
+    SidecarChanges changes;
+    changes.image = imageAsItStands();
+    changes.dataSegment = NewDataSegment{number, segment, blocks};
+    why = storeNow(changes);
+    return why.empty() ? number : 0;
+}
+
+std::string SidecarStore::readData(int segment, const HyperRectangle& rectangle, unsigned char* to) {
+    return kshost::readData(path_, segment, rectangle, to);
+}
+
+std::string SidecarStore::writeData(int segment, const HyperRectangle& rectangle, const unsigned char* from) {
+    std::string why = whyNotStored();
+    return why.empty() ? kshost::writeData(path_, segment, rectangle, from) : why;
 }
 
 void SidecarStore::headerRewritten(const std::string& headerText) {

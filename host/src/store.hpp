@@ -10,6 +10,7 @@
 
 #include "codebook.hpp"
 #include "facts.hpp"
+#include "hyperrectangle.hpp"
 #include "layerstore.hpp"
 #include "stringlist.hpp"
 #include "table.hpp"
@@ -49,6 +50,13 @@ public:
     virtual std::shared_ptr<Table> table(int segment, std::string& why) = 0;
     /// Gathers a new layer under the next number, which it returns; 0 with a reason when the file takes no more.
     virtual int addTable(std::shared_ptr<EditableTable> table, std::string& why) = 0;
+    /// Makes a data segment at once, in a transaction of its own, under the next number, which it returns; commit what
+    /// was gathered first. 0 with a reason when the file takes none.
+    virtual int addDataSegment(const Segment& segment, std::int64_t blocks, std::string& why) = 0;
+    /// Moves bytes between a data segment and a buffer; what was gathered has no part in it. Writing is a transaction
+    /// of its own. Empty text on success, else the reason with the segment as it was.
+    virtual std::string readData(int segment, const HyperRectangle& rectangle, unsigned char* to) = 0;
+    virtual std::string writeData(int segment, const HyperRectangle& rectangle, const unsigned char* from) = 0;
     /// The type of the file or format that a layer lies in, as the boundary numbers them.
     virtual int typeOf(int segment) const = 0;
     /// The format that limits what a layer can hold; null where there is no limit.

@@ -11,6 +11,9 @@
 
 namespace kshost {
 
+/// What a metadata list belongs to.
+enum ListLevel { kFileLevel = 1, kChannelLevel = 2, kSegmentLevel = 3 };
+
 class StringList {
 public:
     using Entry = std::string;  // "KEY=VALUE", as set

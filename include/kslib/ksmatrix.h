@@ -30,5 +30,6 @@ extern "C" {
 #undef input
 #undef max
 #undef min
+#undef Real
 
 #endif

@@ -80,6 +80,36 @@ static int checkSpectrum(void) {
     return !bSame;
 }
 
+/* A table in memory, the labels of a radiance table, a spectrum between spectra, and a card. */
+static int checkTable(void) {
+    KSLUT *pLUT = KSLUTCreate(3);
+    const int anSizes[3] = {4, 5, 6};
+    int64_t anDistances[3] = {0, 0, 0};
+    if (pLUT == NULL || KSLUTSetSizes(pLUT, anSizes) != 1 || KSLUTGetElemDist(pLUT, anDistances) != 1) return 1;
+    KSLUTDestroy(pLUT);
+    KSLUTVector *pVector = KSLUTVectorCreate(3);
+    if (pVector == NULL || KSLUTVectorSetValues(pVector, anDistances) != 1 || pVector->panValues[0] != 30) return 1;
+    KSLUTVectorDestroy(pVector);
+    RLUT *pRLUT = RLUTCreate();
+    int nDimension = 0;
+    if (pRLUT == NULL || KSLUTGetDimensionFromLabel(pRLUT, gaszRLUTLabels[8], &nDimension) != 1) return 1;
+    KSLUTDestroy(pRLUT);
+    KSMT4Card4 card;
+    char szLine[KS_MT4_LINE];
+    memset(&card, 0, sizeof card);
+    card.fV1 = 400.0f, card.fV2 = 2500.0f, card.fDV = 1.0f, card.fFWHM = 2.0f;
+    return nDimension != RLUT_WAVELENGTH || KSMT4EvalCard4(&card, szLine) != 0;
+}
+
+/* Angles and coefficients, which write their outputs only. */
+static int checkAngles(void) {
+    float fZenith = -1.0f, fAzimuth = -1.0f;
+    KSSolarZAz(2020, 6, 21, 12, 0, 0, 0.0f, 0.0f, &fZenith, &fAzimuth);
+    double adCoefs[4] = {0.0, 0.0, 0.0, 0.0};
+    return !(fZenith > 20.0f && fZenith < 26.0f) ||
+           KSEvalSRCoeffs(0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, &adCoefs[0], &adCoefs[1], &adCoefs[2], &adCoefs[3]) != 1;
+}
+
 int main(void) {
     if (KSWlenComp(0.5004f, 0.5f) != 0) return 1;
     if (strcmp(aKSRadQuant[KS_RQ_REFL].szName, "refl") != 0) return 1;
@@ -87,6 +117,7 @@ int main(void) {
     if (pRadTrans == NULL) return 1;
     KSFreeRadTrans(pRadTrans);
     if (checkWindow() != 0 || checkRegion() != 0 || checkSpectrum() != 0) return 1;
+    if (checkTable() != 0 || checkAngles() != 0) return 1;
     KSHostSetErrorHandler(count, NULL);
     if (KSAllocWinEx(NULL) != 1 || nReports != 1) return 1;
     return 0;
