@@ -26,6 +26,18 @@ Area makeArea(int x, int y, int width, int height, int every) {
 
 Area wholeImage(const DataSet& dataSet, int every) { return makeArea(0, 0, dataSet->nXSize, dataSet->nYSize, every); }
 
+std::array<int, 4> chooseWindow(const DataSet& dataSet, const std::vector<int>& asked) {
+    if (asked.empty()) return {0, 0, dataSet->nXSize, dataSet->nYSize};
+    const bool inside = asked[0] >= 0 && asked[1] >= 0 && asked[2] >= 1 && asked[3] >= 1 &&
+                        asked[0] < dataSet->nXSize && asked[1] < dataSet->nYSize &&
+                        asked[2] <= dataSet->nXSize - asked[0] && asked[3] <= dataSet->nYSize - asked[1];
+    if (!inside) {
+        fail("the window {},{},{},{} (X,Y,WIDTH,HEIGHT) does not lie inside the image of {} x {} pixels.", asked[0],
+             asked[1], asked[2], asked[3], dataSet->nXSize, dataSet->nYSize);
+    }
+    return {asked[0], asked[1], asked[2], asked[3]};
+}
+
 int rowsPerBlock(double bytesPerRow, int rows) {
     int isLimit = 0;
     const double allowed = std::min(static_cast<double>(IMPGetMemory(&isLimit)) / 2, kComfortableBlockBytes);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstddef>
 #include <optional>
@@ -28,6 +29,10 @@ struct Area {
 /// Every `every`-th sample of a rectangle that lies inside the image; at least one sample is left in each direction.
 Area makeArea(int x, int y, int width, int height, int every);
 Area wholeImage(const DataSet& dataSet, int every = 1);
+
+/// The rectangle that a user asked for as X,Y,WIDTH,HEIGHT, or the whole image for nothing. Throws a Failure when it does
+/// not lie inside the image.
+std::array<int, 4> chooseWindow(const DataSet& dataSet, const std::vector<int>& asked);
 
 /// A progress bar for as long as it lives; also the place where Ctrl-C takes effect.
 class Progress {

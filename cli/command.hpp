@@ -22,5 +22,11 @@ void addLibrary(CLI::App& app, Command& chosen);
 void addResample(CLI::App& app, Command& chosen);
 void addSmooth(CLI::App& app, Command& chosen);
 void addUnmix(CLI::App& app, Command& chosen);
+void addLut(CLI::App& app, Command& chosen);
+void addReflectance(CLI::App& app, Command& chosen);
+void addModtran(CLI::App& app, Command& chosen);
+void addSun(CLI::App& app, Command& chosen);
+void addView(CLI::App& app, Command& chosen);
+void addBrdf(CLI::App& app, Command& chosen);
 
 }  // namespace kscli

@@ -1,7 +1,6 @@
 // ks convert: a copy of an image in another format, of some bands or a part, at a level, that loses nothing of what the
 // source knows. The library writes what its records hold; the rest is completed through the host, from the source's
 // lists.
-#include <array>
 #include <cmath>
 #include <filesystem>
 #include <memory>
@@ -36,18 +35,6 @@ struct Options {
 int chooseType(const DataSet& source, const CopyPlan& plan, const std::string& asked) {
     if (const auto type = sampleTypeNamed(asked)) return *type;
     return plan.level > 0 ? static_cast<int>(kFloat32) : typeHoldingAll(source, plan.bands);
-}
-
-std::array<int, 4> chooseWindow(const DataSet& source, const std::vector<int>& asked) {
-    if (asked.empty()) return {0, 0, source->nXSize, source->nYSize};
-    const bool inside = asked[0] >= 0 && asked[1] >= 0 && asked[2] >= 1 && asked[3] >= 1 && asked[0] < source->nXSize &&
-                        asked[1] < source->nYSize && asked[2] <= source->nXSize - asked[0] &&
-                        asked[3] <= source->nYSize - asked[1];
-    if (!inside) {
-        fail("the window {},{},{},{} (X,Y,WIDTH,HEIGHT) does not lie inside the image of {} x {} pixels.", asked[0],
-             asked[1], asked[2], asked[3], source->nXSize, source->nYSize);
-    }
-    return {asked[0], asked[1], asked[2], asked[3]};
 }
 
 CopyPlan makePlan(const DataSet& source, const Options& options) {

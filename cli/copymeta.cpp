@@ -85,4 +85,13 @@ void refuseSourceFiles(const DataSet& source, const std::string& input, const st
     }
 }
 
+void refuseImageFiles(const DataSet& image, const std::string& input, const std::string& output) {
+    KSHostLayout layout = {};
+    const bool known = KSHostGetLayout(image.file(), &layout) != 0;
+    if (sameFile(input, output) ||
+        (known && (sameFile(layout.szHeader, output) || sameFile(layout.szSidecar, output)))) {
+        fail("{} belongs to the image; choose another name for the output.", output);
+    }
+}
+
 }  // namespace kscli

@@ -37,5 +37,7 @@ CopyPlan planWholeCopy(const DataSet& source, const std::vector<int>& bands, int
 
 /// Refuses an output that is the source itself, or an image name that needs the header of the source.
 void refuseSourceFiles(const DataSet& source, const std::string& input, const std::string& output);
+/// Refuses an output of another kind that is the image, its header or its sidecar.
+void refuseImageFiles(const DataSet& image, const std::string& input, const std::string& output);
 
 }  // namespace kscli

@@ -1,18 +1,12 @@
 #include "dataset.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <new>
-
-#include <unistd.h>
 
 #include "report.hpp"
 #include "staging.hpp"
-
-namespace fs = std::filesystem;
 
 namespace kscli {
 namespace {
@@ -21,16 +15,7 @@ namespace {
 bool namesAVariable(const std::string& name) { return name.find(":\"") != std::string::npos; }
 
 void checkReadable(const std::string& name) {
-    if (name.empty()) fail("the image has no name; give the path of a file.");
-    if (namesAVariable(name)) return;
-    std::error_code ec;
-    const fs::path path(name);
-    const fs::file_status status = fs::status(path, ec);
-    if (!fs::exists(status)) fail("{}: no such file. Check the path.", name);
-    if (fs::is_directory(status)) fail("{} is a folder. Give the path of the image file in it.", name);
-    if (lowerExtension(path) == ".hdr") fail("{} is a header. Give the path of the image file beside it.", name);
-    if (fs::is_regular_file(status) && fs::file_size(path, ec) == 0) fail("{} is empty (0 bytes).", name);
-    if (access(name.c_str(), R_OK) != 0) fail("{} cannot be read: {}.", name, std::strerror(errno));
+    if (!namesAVariable(name)) requireReadable(name, "image file");
 }
 
 void deleteTransforms(KSDataSet* record) {
@@ -69,6 +54,12 @@ DataSet DataSet::open(const std::string& name) {
     if (dataSet.bandCount() < 1) fail("{} holds no bands, so there is nothing to work on.", name);
     if (record->nXSize < 1 || record->nYSize < 1) fail("{} holds no pixels, so there is nothing to work on.", name);
     return dataSet;
+}
+
+DataSet DataSet::openForUpdate(const std::string& name) {
+    KSDataSet* record = KSOpen(name.c_str(), "r+");
+    if (record == nullptr) fail("{} cannot be opened for writing (see above).", name);
+    return DataSet(record);
 }
 
 void DataSet::release() {

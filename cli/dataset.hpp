@@ -19,6 +19,8 @@ class DataSet {
 public:
     /// Opens an image for reading; throws a Failure that tells a missing, empty or foreign file apart.
     static DataSet open(const std::string& name);
+    /// Opens one to write samples; its metadata stays as it is.
+    static DataSet openForUpdate(const std::string& name);
     /// Takes over a record that the caller filled, usually to create() its file.
     explicit DataSet(KSDataSet* record) : record_(record) {}
     ~DataSet() { release(); }

@@ -28,8 +28,13 @@ public:
     static Entries ofChannel(HostFile* file, int channel) {
         return Entries(GDBMetaDataIO(file, 0, kChannelLevel, channel, nullptr));
     }
+    static Entries ofSegment(HostFile* file, int type, int segment) {
+        return Entries(GDBMetaDataIO(file, 0, type, segment, nullptr));
+    }
     void storeInFile(HostFile* file) { GDBMetaDataIO(file, 1, kFileLevel, kNoChannel, list_); }
     void storeInChannel(HostFile* file, int channel) { GDBMetaDataIO(file, 1, kChannelLevel, channel, list_); }
+
+    void storeInSegment(HostFile* file, int type, int segment) { GDBMetaDataIO(file, 1, type, segment, list_); }
 
     /// The value of a key, or null.
     const char* find(const std::string& key) const { return FetchAuxEntry(list_, key.c_str()); }

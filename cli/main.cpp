@@ -70,6 +70,12 @@ int main(int argc, char** argv) {
     kscli::addConvert(app, command);
     kscli::addVq(app, command);
     kscli::addTransform(app, command);
+    kscli::addLut(app, command);
+    kscli::addReflectance(app, command);
+    kscli::addModtran(app, command);
+    kscli::addSun(app, command);
+    kscli::addView(app, command);
+    kscli::addBrdf(app, command);
     kscli::addSynth(app, command);
     try {
         app.parse(argc, argv);

@@ -331,6 +331,13 @@ struct FontCacheRelease {
 
 }  // namespace
 
+void addPoint(Curve& curve, double x, double y, bool& isBroken) {
+    const bool isNumber = std::isfinite(x) && std::isfinite(y);
+    if (isNumber && isBroken) curve.pieces.emplace_back();
+    if (isNumber) curve.pieces.back().emplace_back(x, y);
+    isBroken = !isNumber;
+}
+
 void drawPlot(const Plot& plot, const std::string& name) {
     const FontCacheRelease release;  // after the surfaces below
     if (lowerExtension(name) == ".svg") {

@@ -13,6 +13,9 @@ struct Curve {
     std::vector<std::vector<std::pair<double, double>>> pieces;
 };
 
+/// Adds a point to a curve that is interrupted where there is no number; isBroken starts as true.
+void addPoint(Curve& curve, double x, double y, bool& isBroken);
+
 struct Plot {
     std::string title;
     std::string xLabel;

@@ -119,9 +119,7 @@ DataSet createCube(DataSet description, const std::string& name, int vectors, in
 
 DataSet openCubeForUpdate(const std::string& name) {
     requireQuantized(DataSet::open(name), name);
-    KSDataSet* record = KSOpen(name.c_str(), "r+");
-    if (record == nullptr) fail("{} cannot be opened for writing (see above).", name);
-    return DataSet(record);
+    return DataSet::openForUpdate(name);
 }
 
 }  // namespace kscli

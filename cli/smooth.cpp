@@ -1,7 +1,6 @@
 // ks smooth: spectra with less noise, in libraries, cubes and codebooks, never across the ends of named segments. Each
 // value has a window of its own around it.
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -184,17 +183,6 @@ std::string historyLine(const Options& options, const CopyPlan& plan, int width)
     }
     if (options.codebook) line += " --codebook";
     return line + fmt::format(" --level {}", plan.level);
-}
-
-std::array<int, 4> chooseWindow(const DataSet& image, const std::vector<int>& asked) {
-    if (asked.empty()) return {0, 0, image->nXSize, image->nYSize};
-    const bool inside = asked[2] >= 1 && asked[3] >= 1 && asked[0] < image->nXSize && asked[1] < image->nYSize &&
-                        asked[2] <= image->nXSize - asked[0] && asked[3] <= image->nYSize - asked[1];
-    if (!inside) {
-        fail("the window {},{},{},{} (X,Y,WIDTH,HEIGHT) does not lie inside the image of {} x {} pixels.", asked[0],
-             asked[1], asked[2], asked[3], image->nXSize, image->nYSize);
-    }
-    return {asked[0], asked[1], asked[2], asked[3]};
 }
 
 /// Physical values are no longer whole numbers, whatever the source stores.

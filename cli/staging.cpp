@@ -82,6 +82,18 @@ void requireImageName(const std::string& name) {
     }
 }
 
+void requireReadable(const std::string& name, const std::string& thing) {
+    if (name.empty()) fail("the {} has no name; give the path of a file.", thing);
+    std::error_code ec;
+    const fs::path path(name);
+    const fs::file_status status = fs::status(path, ec);
+    if (!fs::exists(status)) fail("{}: no such file. Check the path.", name);
+    if (fs::is_directory(status)) fail("{} is a folder. Give the path of the {} in it.", name, thing);
+    if (lowerExtension(path) == ".hdr") fail("{} is a header. Give the path of the {} beside it.", name, thing);
+    if (fs::is_regular_file(status) && fs::file_size(path, ec) == 0) fail("{} is empty (0 bytes).", name);
+    if (access(name.c_str(), R_OK) != 0) fail("{} cannot be read: {}.", name, std::strerror(errno));
+}
+
 std::vector<fs::path> companionsOf(const fs::path& image) {
     std::vector<fs::path> names;
     if (lowerExtension(image) != ".tif" && lowerExtension(image) != ".tiff") {

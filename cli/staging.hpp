@@ -40,6 +40,9 @@ private:
 /// The header and sidecar names that an image of this name may have.
 std::vector<std::filesystem::path> companionsOf(const std::filesystem::path& image);
 
+/// Refuses a file that is missing, a folder, a header, empty or not readable; `thing` is what it should be.
+void requireReadable(const std::string& name, const std::string& thing);
+
 /// Refuses the name of a new image whose extension promises a format that is not written.
 void requireImageName(const std::string& name);
 

@@ -7,6 +7,7 @@
 #include "bands.hpp"
 #include "bandstatistics.hpp"
 #include "command.hpp"
+#include "copymeta.hpp"
 #include "dataset.hpp"
 #include "help.hpp"
 #include "matrixfile.hpp"
@@ -176,15 +177,6 @@ Result compute(const DataSet& dataSet, const Options& options) {
 
 std::string textOf(const DataSet& dataSet, const Result& result, const std::string& format) {
     return format == "csv" ? csv(dataSet, result) : format == "json" ? json(dataSet, result) : table(dataSet, result);
-}
-
-void refuseImageFiles(const DataSet& dataSet, const std::string& cube, const std::string& output) {
-    KSHostLayout layout = {};
-    const bool known = KSHostGetLayout(dataSet.file(), &layout) != 0;
-    if (sameFile(cube, output) ||
-        (known && (sameFile(layout.szHeader, output) || sameFile(layout.szSidecar, output)))) {
-        fail("{} belongs to the image; choose another name for the output.", output);
-    }
 }
 
 // The files to write; each is refused before anything is computed.

@@ -4,6 +4,7 @@
 #include <kshost.h>
 
 #include <csetjmp>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -11,33 +12,9 @@
 
 #include "contract_host.hpp"
 
+using namespace contract;
+
 namespace {
-
-constexpr int kRead = 0;
-constexpr int kWrite = 1;
-constexpr int kFileLevel = 1;
-constexpr int kChannelLevel = 2;
-constexpr int kWholeFile = -1;
-
-std::vector<std::string> entries(HostStringList list) {
-    std::vector<std::string> texts;
-    for (char** entry = list; entry != nullptr && *entry != nullptr; ++entry) texts.emplace_back(*entry);
-    return texts;
-}
-
-std::vector<std::string> takeEntries(HostStringList list) {
-    std::vector<std::string> texts = entries(list);
-    DestroyStringList(list);
-    return texts;
-}
-
-struct HostContract : testing::Test {
-    void SetUp() override {
-        contract::begin();
-        ImageRegister();
-    }
-    void TearDown() override { contract::end(); }
-};
 
 // ---- string lists ----
 
@@ -466,12 +443,6 @@ TEST_P(ImageContract, AnUnsetTaskWindowIsTheWholeImage) {
 }
 
 // ---- vector layers ----
-
-constexpr int kNativeFile = 3;
-constexpr int kMemoryFile = 60;
-constexpr int kReal = 2;
-constexpr int kText = 3;
-constexpr int kLayerSegment = 116;
 
 /// Every layer test runs on a file in memory and on a native one.
 struct LayerContract : HostContract, testing::WithParamInterface<int> {

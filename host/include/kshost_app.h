@@ -84,6 +84,10 @@ KS_API int KSHostSetGeoTransform(HostFile* fp, const double adTransform[6]);
 /** Coordinate system as WKT, valid as long as a handle on the file is open; empty when the image has none. */
 KS_API const char* KSHostGetCoordinateSystem(HostFile* fp);
 KS_API int KSHostSetCoordinateSystem(HostFile* fp, const char* szWkt);
+/** Turns nCount places in pixels and lines (0, 0 is the upper left corner of the first pixel) into longitudes, east
+ *  positive, and latitudes in degrees on WGS 84; not-a-number outside the projection. Returns 1; or 0, and the places
+ *  are no longer meaningful, when the image has no place on the ground, or after a report. */
+KS_API int KSHostPixelsToGeographic(HostFile* fp, int nCount, double* padX, double* padY);
 /** A channel's no-data value. Returns 1, or 0 when it has none. */
 KS_API int KSHostGetNoData(HostFile* fp, int nChan, double* pdValue);
 KS_API int KSHostSetNoData(HostFile* fp, int nChan, double dValue);

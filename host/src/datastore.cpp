@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace kshost {
 namespace {
@@ -14,6 +15,10 @@ CREATE TABLE data_segments(number INTEGER PRIMARY KEY, blocks INTEGER NOT NULL);
 CREATE TABLE data_pages(
   id INTEGER PRIMARY KEY, segment INTEGER NOT NULL, page INTEGER NOT NULL, bytes BLOB NOT NULL, UNIQUE (segment, page));
 )sql";
+
+[[noreturn]] void refuseDamaged(Connection& connection, int segment) {
+    connection.refuse("holds damaged data in segment " + std::to_string(segment) + "; put a good copy in its place");
+}
 
 /// Calls part(page, first byte within it, bytes) for each page that a stretch of a segment touches.
 template <class Part>
@@ -53,7 +58,10 @@ std::int64_t dataSegmentBytes(Connection& connection, int segment) {
     Statement row(connection, "SELECT blocks FROM data_segments WHERE number = ?");
     row.bind(segment);
     if (!row.step()) connection.refuse("has no data in segment " + std::to_string(segment));
-    return row.integer64(0) * kBlockBytes;
+    const std::int64_t blocks = row.integer64(0);
+    if (blocks < 0 || blocks > std::numeric_limits<std::int64_t>::max() / kBlockBytes)
+        refuseDamaged(connection, segment);
+    return blocks * kBlockBytes;
 }
 
 DataPages::DataPages(Connection& connection, int segment)
@@ -101,10 +109,7 @@ unsigned char* DataPages::page(std::int64_t number, bool replaced) {
 void DataPages::fetch() {
     const bool stored = select_.bind(segment_).bind(number_).step();
     const std::string_view found = stored ? select_.blob(0) : std::string_view();
-    if (stored && found.size() != bytes_.size()) {
-        connection_.refuse("holds damaged data in segment " + std::to_string(segment_) +
-                           "; put a good copy in its place");
-    }
+    if (stored && found.size() != bytes_.size()) refuseDamaged(connection_, segment_);
     if (stored) {
         std::memcpy(bytes_.data(), found.data(), found.size());
     } else {

@@ -1,12 +1,17 @@
 // What an application may ask about an image beyond the library's metadata: its layout, what was remarkable about its
 // header, the channels for display, and its place, which it may also set and carry over to another image.
+#include <ogr_spatialref.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <limits>
+#include <memory>
 
 #include "hostfile.hpp"
 #include "kshost_app.h"
+#include "rasterformats.hpp"
 #include "report.hpp"
 
 namespace kshost {
@@ -77,6 +82,40 @@ std::string copyPlace(const HostFile& source, const int* panWindow, int xInt, in
     if (from.transform) place.transform = windowed(*from.transform, window[0], window[1], xInt, yInt);
     if (!from.wkt.empty()) place.wkt = from.wkt;
     return {};
+}
+
+/// Changes map coordinates to longitude and latitude; what lies outside the projection becomes not-a-number. Returns
+/// what is wrong.
+std::string toGeographic(const std::string& wkt, int count, double* x, double* y) {
+    const GdalMessages messages;
+    OGRSpatialReference map;
+    OGRSpatialReference geographic;
+    if (map.importFromWkt(wkt.c_str()) != OGRERR_NONE) return "its coordinate system is not understood";
+    geographic.SetWellKnownGeogCS("WGS84");
+    for (OGRSpatialReference* system : {&map, &geographic}) system->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    const std::unique_ptr<OGRCoordinateTransformation> change(OGRCreateCoordinateTransformation(&map, &geographic));
+    if (change == nullptr) return messages.text("its coordinate system has no way to longitude and latitude");
+    std::vector<int> success(static_cast<std::size_t>(count), 0);
+    change->Transform(count, x, y, nullptr, success.data());
+    for (int i = 0; i < count; ++i)
+        if (success[static_cast<std::size_t>(i)] == 0) x[i] = y[i] = std::numeric_limits<double>::quiet_NaN();
+    return {};
+}
+
+int geographicOf(const HostFile& file, int count, double* x, double* y) {
+    const Georeference& place = file.store->georeference();
+    if (!place.transform || place.wkt.empty() || count < 1 || x == nullptr || y == nullptr) return 0;
+    const std::array<double, 6>& map = *place.transform;
+    for (int i = 0; i < count; ++i) {
+        const double column = x[i];
+        const double line = y[i];
+        x[i] = map[0] + column * map[1] + line * map[2];
+        y[i] = map[3] + column * map[4] + line * map[5];
+    }
+    const std::string why = toGeographic(place.wkt, count, x, y);
+    if (why.empty()) return 1;
+    reportFailure("KSHostPixelsToGeographic (): " + file.name + ": " + why);
+    return 0;
 }
 
 int layoutOf(HostFile* fp, KSHostLayout& layout) {
@@ -156,6 +195,11 @@ int KSHostSetCoordinateSystem(HostFile* fp, const char* szWkt) {
         place.wkt = szWkt != nullptr ? szWkt : "";
         return std::string();
     });
+}
+
+int KSHostPixelsToGeographic(HostFile* fp, int nCount, double* padX, double* padY) {
+    return kshost::answered(fp, "KSHostPixelsToGeographic ()",
+                            [=](const HostFile& file) { return kshost::geographicOf(file, nCount, padX, padY); });
 }
 
 int KSHostGetNoData(HostFile* fp, int nChan, double* pdValue) {

@@ -75,7 +75,7 @@ std::optional<HyperRectangle> HyperRectangle::of(const ArrayTransfer& transfer, 
         if (together) {
             rectangle.runLength_ *= count;
             together = count == transfer.sizes[d];
-        } else if (count != 1) {
+        } else if (count > 1) {
             rectangle.axes_.push_back({count, step * distance[d]});
         }
         total *= count;

@@ -358,6 +358,7 @@ void removeIfEmpty(const std::string& path) noexcept {
 }
 
 void prepareToWrite(Connection& connection) {
+    holdsContent(connection);  // refuses what is not ours before anything of it changes, its journal mode included
     connection.run(
         "PRAGMA journal_mode=DELETE; PRAGMA synchronous=FULL; PRAGMA cell_size_check=ON; PRAGMA trusted_schema=OFF");
 }
@@ -378,10 +379,7 @@ void inTransaction(Connection& connection, Body body) {
 SidecarContent commitOnce(const std::string& path, const SidecarChanges& changes, const SidecarContent& known) {
     Connection connection(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     prepareToWrite(connection);
-    if (changes.dataSegment) {
-        holdsContent(connection);  // refuses what is not ours before it is rewritten
-        widenPages(connection);
-    }
+    if (changes.dataSegment) widenPages(connection);
     SidecarContent whole;
     inTransaction(connection, [&] { whole = storeWithin(connection, changes, known); });
     return whole;

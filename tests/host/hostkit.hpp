@@ -21,8 +21,8 @@ namespace hosttest {
 
 class TemporaryFolder {
 public:
-    TemporaryFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "kshost-XXXXXX").string();
+    explicit TemporaryFolder(const std::filesystem::path& place = std::filesystem::temp_directory_path()) {
+        std::string name = (place / "kshost-XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr) std::abort();
         path_ = name;
     }

@@ -379,6 +379,30 @@ TEST_F(HostFiles, TheLayoutIsForDisplay) {
     GDBClose(fp);
 }
 
+TEST_F(HostFiles, PixelsHaveLongitudesAndLatitudes) {
+    // On the central meridian of zone 33, which is 15 degrees east. 5 761 038.21 m are the arc from the equator to
+    // latitude 52 on the ellipsoid, times 0.9996.
+    HostFile* mapped = GDBOpen(
+        image("cube.img", "map info = {UTM, 1, 1, 500000, 5761038.21, 10, 10, 33, North, WGS-84}\n").c_str(), "r");
+    std::array<double, 2> x = {0, 1};
+    std::array<double, 2> y = {0, 0};
+    ASSERT_EQ(1, KSHostPixelsToGeographic(mapped, 2, x.data(), y.data()));
+    EXPECT_NEAR(x[0], 15, 1e-9);
+    EXPECT_NEAR(y[0], 52, 1e-6);
+    // Ten metres on the parallel: its radius is a cos(52) / sqrt(1 - e2 sin(52)^2) = 3 934 960 m.
+    EXPECT_NEAR((x[1] - x[0]) * 3.14159265358979 / 180 * 3934960.47 * 0.9996, 10, 1e-4);
+    EXPECT_TRUE(reports.all.empty());
+    EXPECT_EQ(0, KSHostPixelsToGeographic(mapped, 0, x.data(), y.data()));
+    EXPECT_EQ(0, KSHostPixelsToGeographic(mapped, 2, nullptr, y.data()));
+    GDBClose(mapped);
+    HostFile* unplaced = newImage("new.img");
+    EXPECT_EQ(0, KSHostPixelsToGeographic(unplaced, 2, x.data(), y.data()));
+    EXPECT_TRUE(reports.all.empty());
+    EXPECT_EQ(0, KSHostPixelsToGeographic(nullptr, 2, x.data(), y.data()));
+    EXPECT_FALSE(reports.all.empty());
+    GDBClose(unplaced);
+}
+
 TEST_F(HostFiles, APlaceIsCopiedForTheWindowThatIsKept) {
     HostFile* source =
         GDBOpen(image("cube.img", "map info = {UTM, 1, 1, 1000, 2000, 10, 20, 33, North, WGS-84}\n").c_str(), "r");

@@ -631,7 +631,9 @@ TEST_F(Layers, ASidecarOfAnEarlierVersionIsReadAndGrowsWithItsFirstLayer) {
         GDBClose(fp);
         {
             OtherProgram older(image + ".ks");
-            older.run("DROP TABLE segments; DROP TABLE fields; DROP TABLE shapes; PRAGMA user_version = 2");
+            older.run(
+                "DROP TABLE data_segments; DROP TABLE data_pages; DROP TABLE segments; DROP TABLE fields; DROP TABLE "
+                "shapes; PRAGMA user_version = 2");
             if (version == 1) older.run("DROP TABLE codebook; DROP TABLE code_vectors; PRAGMA user_version = 1");
         }
         fp = GDBOpen(image.c_str(), "r+");

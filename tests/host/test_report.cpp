@@ -200,12 +200,12 @@ TEST(VectorQuantizedCubes, CleaningUpFreesTheListsOfACallersDescription) {
     EXPECT_EQ(info.nNumVQChans, 0);
 }
 
-TEST(Unsupported, FailsWithOneReportThatSaysWhat) {
+TEST(SegmentsOfNoFile, FailWithOneReportAndJumpToTheTrap) {
     Reports reports;
     EXPECT_EQ(IDBSegCreate(nullptr, "a", "b", 180, 1), 0);
     ASSERT_EQ(reports.all.size(), 1U);
     EXPECT_TRUE(reports.mention("IDBSegCreate ()"));
-    EXPECT_TRUE(reports.mention("data segments"));
+    EXPECT_TRUE(reports.mention("no file given"));
     ASSERT_NE(IMP_Protect(), nullptr);
     if (setjmp(*IMPProtectBuffer()) == 0) {
         IDBSegCreate(nullptr, "a", "b", 180, 1);

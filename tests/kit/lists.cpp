@@ -100,15 +100,22 @@ HostStringList givenUp(HostStringList list) {
     return failing<HostStringList>(nullptr);
 }
 
+/// Where a list is kept: that of a segment under the segment's type, by which it may also be addressed.
+std::pair<int, int> placeOf(const FakeFile& file, int level, int number) {
+    constexpr int kSegmentLevel = 3;
+    const auto segment = file.segments.find(number);
+    return {level == kSegmentLevel && segment != file.segments.end() ? segment->second.type : level, number};
+}
+
 HostStringList stored(const FakeFile& file, int level, int number) {
-    const auto found = file.lists.find({level, number});
+    const auto found = file.lists.find(placeOf(file, level, number));
     return found == file.lists.end() ? nullptr : newList(found->second);
 }
 
 const char* handOut(FakeFile& file, const std::string& text) { return file.handedOut.emplace_back(text).c_str(); }
 
 const char* fetch(FakeFile& file, int level, int number, const std::string& key) {
-    const auto list = file.lists.find({level, number});
+    const auto list = file.lists.find(placeOf(file, level, number));
     if (list == file.lists.end()) return nullptr;
     for (const std::string& entry : list->second) {
         if (hasKey(entry, key)) return handOut(file, entry.substr(key.size() + 1));
@@ -131,7 +138,7 @@ HostStringList GDBMetaDataIO(HostFile* fp, int nDirection, int nLevel, int nNumb
     if (file == nullptr || !checkLive(pList, "GDBMetaDataIO")) return failing<HostStringList>(nullptr);
     if (nDirection == 0) return stored(*file, nLevel, nNumber);
     if (!fp->writable) host().misuse.emplace_back("GDBMetaDataIO writes to a file that is open for reading");
-    file->lists[{nLevel, nNumber}] = entriesOf(pList);
+    file->lists[placeOf(*file, nLevel, nNumber)] = entriesOf(pList);
     return nullptr;
 }
 

@@ -11,6 +11,7 @@
 namespace kit {
 namespace {
 
+constexpr int kNativeFile = 3;
 constexpr int kLayerSegment = 116;
 constexpr std::int64_t kBlockBytes = 512;
 
@@ -54,14 +55,29 @@ struct Rectangle {
     }
 };
 
+/// A transfer that a host carries out: one that stays in its array, which lies in a segment of data.
+bool makesSense(const FakeSegment& segment, const Rectangle& r, int elementSize) {
+    if (segment.type == kLayerSegment || r.dimensions < 1 || elementSize < 1) return false;
+    if (r.sizes == nullptr || r.offset == nullptr || r.count == nullptr) return false;
+    std::int64_t bytes = elementSize;
+    for (int d = 0; d < r.dimensions; ++d) {
+        const std::int64_t step = r.step == nullptr ? 1 : r.step[d];
+        if (r.sizes[d] < 1 || r.count[d] < 0 || step < 1 || r.offset[d] < 0 || r.offset[d] >= r.sizes[d]) return false;
+        if (r.count[d] > 0 && r.count[d] - 1 > (r.sizes[d] - 1 - r.offset[d]) / step) return false;
+        if (r.resume != nullptr && r.count[d] > 0 && (r.resume[d] < 0 || r.resume[d] >= r.count[d])) return false;
+        if (__builtin_mul_overflow(bytes, r.sizes[d], &bytes)) return false;
+    }
+    return bytes <= static_cast<std::int64_t>(segment.bytes.size());
+}
+
 std::int64_t moveElements(FakeSegment& segment, int mode, const Rectangle& rectangle, int elementSize, char* buffer,
                           std::int64_t limit) {
-    const std::int64_t first = rectangle.first();
-    const std::int64_t wanted = std::min(rectangle.elements() - first, limit);
+    const std::int64_t elements = rectangle.elements();
+    const std::int64_t first = elements == 0 ? 0 : rectangle.first();
+    const std::int64_t wanted = std::min(elements - first, limit);
     const auto size = static_cast<std::size_t>(elementSize);
     for (std::int64_t i = 0; i < wanted; ++i) {
         const std::size_t at = static_cast<std::size_t>(rectangle.position(first + i)) * size;
-        if (at + size > segment.bytes.size()) return -1;
         char* outside = buffer + static_cast<std::size_t>(i) * size;
         if (mode == 0) {
             std::memcpy(outside, &segment.bytes[at], size);
@@ -155,11 +171,12 @@ extern "C" {
 int IDBSegCreate(HostFile* fp, const char* szName, const char* szDesc, int nType, int64_t nBlocks) {
     if (!host().enter("IDBSegCreate", arguments(fp, szName, szDesc, nType, nBlocks))) return failing(0);
     FakeFile* file = host().fileOf(fp, "IDBSegCreate");
-    if (file == nullptr) return failing(0);
+    if (file == nullptr || !fp->writable || file->type != kNativeFile) return failing(0);
+    if (nType < 1 || nType == kLayerSegment || nBlocks < 0) return failing(0);
     const int number = nextNumber(*file);
     FakeSegment& segment = file->segments[number];
-    segment.name = szName;
-    segment.description = szDesc;
+    segment.name = szName == nullptr ? "" : szName;
+    segment.description = szDesc == nullptr ? "" : szDesc;
     segment.type = nType;
     segment.bytes.resize(static_cast<std::size_t>(nBlocks * kBlockBytes));
     return number;
@@ -168,10 +185,11 @@ int IDBSegCreate(HostFile* fp, const char* szName, const char* szDesc, int nType
 int IDBSegInfoIO(HostFile* fp, int nSegment, int nMode, char* pchStatus, int* pnType, void* /*p0*/, void* /*p1*/,
                  void* /*p2*/) {
     if (!host().enter("IDBSegInfoIO", arguments(fp, nSegment, nMode))) return failing(0);
+    const bool live = host().isLive(fp);
     const FakeSegment* segment = segmentOf(fp, nSegment, "IDBSegInfoIO");
     if (pchStatus != nullptr) *pchStatus = segment == nullptr ? 'E' : segment->status;
     if (pnType != nullptr) *pnType = segment == nullptr ? 0 : segment->type;
-    return 1;
+    return live && nMode == 0 ? 1 : failing(0);
 }
 
 int GDBSegNext(HostFile* fp, int nType, int nPrevious) {
@@ -193,13 +211,15 @@ int IDBMultiArrayIO(HostFile* fp, int nMode, int nSegment, int nDimensions, cons
                                                   numbers(panOpt1, nDimensions), numbers(panOpt2, nDimensions),
                                                   nPosition, static_cast<const void*>(pBuffer), nBytes));
     FakeSegment* segment = segmentOf(fp, nSegment, "IDBMultiArrayIO");
-    if (!proceed || segment == nullptr) return failing(0);
+    if (pnMoved != nullptr) *pnMoved = 0;
+    if (!proceed || segment == nullptr || pBuffer == nullptr || nPosition < 0 || nBytes < 0) return failing(0);
+    if (nMode != 0 && (nMode != 1 || !fp->writable)) return failing(0);
     const Rectangle rectangle = {nDimensions, panSizes, panOffset, panCount, panOpt1, panOpt2};
+    if (!makesSense(*segment, rectangle, nElementSize)) return failing(0);
     const std::int64_t room = nBytes / nElementSize;
     const std::int64_t most = nPosition > 0 ? std::min(nPosition, room) : room;
     const std::int64_t moved =
         moveElements(*segment, nMode, rectangle, nElementSize, static_cast<char*>(pBuffer), most);
-    if (moved < 0) return failing(0);
     if (pnMoved != nullptr) *pnMoved = moved;
     return 1;
 }
