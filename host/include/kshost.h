@@ -132,13 +132,18 @@ KS_API int IDBSegInfoIO(HostFile* fp, int nSegment, int nMode, char* pchStatus, 
 /** The next segment of a type behind nPrevious (0: the first); -1 at the end. */
 KS_API int GDBSegNext(HostFile* fp, int nType, int nPrevious);
 /** Reads (nMode 0) or writes (1) a rectangle of the multi-dimensional array that a data segment holds from its first
- * byte on, in row-major order with the last dimension fastest; the buffer takes the elements of the rectangle in that
- * order. Elements are moved as bytes. All arrays have nDimensions values. panSizes            of the whole array, which
- * must fit into the segment. panOffset, panCount first index and number of indexes. panOpt1             step from one
- * index to the next, at least 1; null: 1. panOpt2             index within the rectangle at which to begin, as to
- * resume; null: its first element. nPosition           most elements to move; 0: no limit.   nBytes  of the buffer,
- * which also limits. pnMoved             bytes moved, may be null; 0 after a failure. A write is stored at once, all of
- * it or nothing. Returns 1, or 0 after a report; what a failed read leaves in the buffer is not to be used. */
+ *  byte on, in row-major order with the last dimension fastest; the buffer takes the rectangle's elements in that
+ *  order, as bytes. All arrays have nDimensions values.
+ *  - panSizes: of the whole array, which must fit into the segment.
+ *  - panOffset, panCount: first index, which must be one of the array, and number of indexes.
+ *  - panOpt1: step from one index to the next, at least 1; null: 1.
+ *  - panOpt2: index within the rectangle at which to begin, as to resume; null: its first element.
+ *  - nPosition: most elements to move; 0: no limit.
+ *  - nBytes: of the buffer, which also limits.
+ *  - pnMoved: bytes moved, may be null; 0 after a failure.
+ *
+ *  A write is stored at once, all of it or nothing. Returns 1, or 0 after a report; what a failed read leaves in the
+ *  buffer is not to be used. */
 KS_API int IDBMultiArrayIO(HostFile* fp, int nMode, int nSegment, int nDimensions, const int64_t* panSizes,
                            int nElementSize, const int64_t* panOffset, const int64_t* panCount, const int64_t* panOpt1,
                            const int64_t* panOpt2, int64_t nPosition, void* pBuffer, int64_t nBytes, int64_t* pnMoved);

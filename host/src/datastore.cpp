@@ -46,10 +46,7 @@ void createDataSegment(Connection& connection, const NewDataSegment& created, st
     const int number = created.number;
     Statement taken(connection, "SELECT 1 FROM segments WHERE number = ?");
     taken.bind(number);
-    if (taken.step()) {
-        connection.refuse("has got another segment " + std::to_string(number) +
-                          " from another program meanwhile; open the file again");
-    }
+    if (taken.step()) refuseTaken(connection, number);
     addToDirectory(connection, number, created.segment, "", revision);
     Statement(connection, "INSERT INTO data_segments VALUES (?, ?)").bind(number).bind(created.blocks).run();
 }

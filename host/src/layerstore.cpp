@@ -24,6 +24,15 @@ CREATE TABLE shapes(
     connection.refuse("holds a damaged layer in segment " + std::to_string(segment) + "; put a good copy in its place");
 }
 
+}  // namespace
+
+void refuseTaken(Connection& connection, int segment) {
+    connection.refuse("has got another segment " + std::to_string(segment) +
+                      " from another program meanwhile; open the file again");
+}
+
+namespace {
+
 void clearLayer(Connection& connection, int segment) {
     Statement(connection, "DELETE FROM segments WHERE number = ?").bind(segment).run();
     Statement(connection, "DELETE FROM fields WHERE segment = ?").bind(segment).run();
@@ -61,11 +70,13 @@ private:
     const EditableTable& table_;
 };
 
-/// The revision of a stored segment; 0 when there is none.
+/// The revision of the stored layer; 0 when there is none. Throws when the segment is not a layer.
 std::int64_t storedRevision(Connection& connection, int segment) {
-    Statement row(connection, "SELECT revision FROM segments WHERE number = ?");
+    Statement row(connection, "SELECT revision, type FROM segments WHERE number = ?");
     row.bind(segment);
-    return row.step() ? row.integer64(0) : 0;
+    if (!row.step()) return 0;
+    if (row.integer(1) != kLayerSegment) refuseTaken(connection, segment);
+    return row.integer64(0);
 }
 
 }  // namespace
@@ -117,9 +128,7 @@ void readLayer(Connection& connection, int segment, EditableTable& table) {
 void writeLayer(Connection& connection, int segment, const StoredLayer& layer, std::int64_t revision) {
     const EditableTable& table = *layer.table;
     const std::int64_t stored = storedRevision(connection, segment);
-    if (layer.revision == 0 && stored != 0)
-        connection.refuse("has got another segment " + std::to_string(segment) +
-                          " from another program meanwhile; open the file again");
+    if (layer.revision == 0 && stored != 0) refuseTaken(connection, segment);
     const bool whole = stored == 0 || stored != layer.revision || table.changedWhole();
     if (whole) clearLayer(connection, segment);
     addToDirectory(connection, segment, {kLayerSegment, table.name(), table.description(), 0}, table.detail(),

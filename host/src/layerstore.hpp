@@ -35,6 +35,8 @@ Segments readSegments(Connection& connection);
 /// Puts a segment into the directory, in place of the one of its number.
 void addToDirectory(Connection& connection, int number, const Segment& segment, const std::string& detail,
                     std::int64_t revision);
+/// Throws because another program has taken the number of a segment.
+[[noreturn]] void refuseTaken(Connection& connection, int segment);
 /// Fills a table with what is stored; throws when there is no such layer or it is damaged.
 void readLayer(Connection& connection, int segment, EditableTable& table);
 /// Stores what has changed since the layer's revision, or all of it when the stored one is another by now. Throws when

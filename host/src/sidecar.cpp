@@ -408,6 +408,8 @@ bool readPresent(const std::string& path, std::string& why, Read read) {
     }
 }
 
+std::string vanished(const std::string& path) { return path + " has vanished"; }
+
 /// Throws unless the segment holds data and the whole array fits into it.
 void requireRoom(Connection& connection, int segment, const HyperRectangle& rectangle) {
     if (!holdsContent(connection) || integerOf(connection, "PRAGMA user_version") < kDataVersion)
@@ -434,7 +436,7 @@ std::string readStoredLayer(const std::string& path, int segment, EditableTable&
         readLayer(connection, segment, table);
         revision = readSegments(connection)[segment].revision;
     });
-    return held || !why.empty() ? why : path + " has vanished";
+    return held || !why.empty() ? why : vanished(path);
 }
 
 std::string readData(const std::string& path, int segment, const HyperRectangle& rectangle, unsigned char* to) {
@@ -447,11 +449,13 @@ std::string readData(const std::string& path, int segment, const HyperRectangle&
             to += bytes;
         });
     });
-    return held || !why.empty() ? why : path + " has vanished";
+    return held || !why.empty() ? why : vanished(path);
 }
 
 std::string writeData(const std::string& path, int segment, const HyperRectangle& rectangle,
                       const unsigned char* from) {
+    std::string why;
+    if (stateOf(path, why) == FileState::kAbsent) return why.empty() ? vanished(path) : why;
     try {
         Connection connection(path, SQLITE_OPEN_READWRITE);
         prepareToWrite(connection);

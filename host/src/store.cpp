@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <set>
@@ -146,7 +147,8 @@ private:
     }
     void judgeHeader();
     const std::string* setDescription(int channel) const;
-    int nextSegment();
+    /// The number behind the highest; 0 with a reason when there is none left.
+    int nextSegment(std::string& why);
     std::string whyNotStored() const;
     SidecarImage imageToStore();
     SidecarImage imageAsItStands();
@@ -259,9 +261,12 @@ int SidecarStore::typeOf(int segment) const {
     return format_ != nullptr ? format_->type() : KSHOST_TYPE_MEMORY;
 }
 
-int SidecarStore::nextSegment() {
+int SidecarStore::nextSegment(std::string& why) {
     const Segments taken = segments();
-    return taken.empty() ? 1 : taken.rbegin()->first + 1;
+    const int highest = taken.empty() ? 0 : taken.rbegin()->first;
+    if (highest < std::numeric_limits<int>::max()) return highest + 1;
+    why = "it holds segment " + std::to_string(highest) + ", the last that there can be";
+    return 0;
 }
 
 int SidecarStore::addTable(std::shared_ptr<EditableTable> table, std::string& why) {
@@ -269,8 +274,8 @@ int SidecarStore::addTable(std::shared_ptr<EditableTable> table, std::string& wh
         why = "a file of this format holds one layer";
         return 0;
     }
-    const int number = nextSegment();
-    layers_[number] = {std::move(table), 0};
+    const int number = nextSegment(why);
+    if (number > 0) layers_[number] = {std::move(table), 0};
     return number;
 }
 
@@ -466,7 +471,8 @@ std::string SidecarStore::putCodebook(std::shared_ptr<const Codebook> codebook) 
 
 int SidecarStore::addDataSegment(const Segment& segment, std::int64_t blocks, std::string& why) {
     if (path_.empty()) return why = "a file in memory or of this format holds no data segments", 0;
-    const int number = nextSegment();
+    const int number = nextSegment(why);
+    if (number == 0) return 0;
     SidecarChanges changes;
     changes.image = imageAsItStands();
     changes.dataSegment = NewDataSegment{number, segment, blocks};

@@ -260,6 +260,29 @@ TEST_P(StoredSegments, ASegmentThatAnotherProgramTookAwayIsReported) {
     GDBClose(fp);
 }
 
+TEST_P(StoredSegments, NoNumberFollowsTheHighest) {
+    makeTable();
+    OtherProgram(store).run("UPDATE segments SET number = 2147483647");
+    HostFile* fp = open("r+");
+    EXPECT_EQ(tableSegment(fp, 960), 0);
+    expectReport("segment 2147483647, the last that there can be");
+    EXPECT_EQ(GDBCreateLayer(fp, "layer", nullptr, nullptr), nullptr);
+    expectReport("segment 2147483647, the last that there can be");
+    GDBClose(fp);
+}
+
+TEST_P(StoredSegments, ALayerIsNotStoredOverTheTableOfAnotherProgram) {
+    HostFile* fp = create();
+    HostLayer* layer = GDBCreateLayer(fp, "layer", nullptr, nullptr);
+    ASSERT_EQ(KSHostFlush(fp), 1);
+    EXPECT_EQ(GDBDefineNewField(layer, "x", 2), 0);
+    OtherProgram(store).run("UPDATE segments SET type = 180");
+    EXPECT_EQ(KSHostFlush(fp), 0);
+    expectReport("another segment 1 from another program");
+    EXPECT_EQ(query(store, "SELECT type FROM segments"), 180);
+    GDBClose(fp);
+}
+
 // ---- what vanishes ----
 
 TEST_P(StoredSegments, AStoreDeletedMeanwhileIsReported) {
@@ -273,7 +296,7 @@ TEST_P(StoredSegments, AStoreDeletedMeanwhileIsReported) {
     expectReport("has vanished");
     EXPECT_EQ(move(fp, kWrite, 1, stretch(kSize, 0, 10), buffer.data(), &moved), 0);
     EXPECT_EQ(moved, 0);
-    expectReport(GetParam() ? "cannot be opened" : "deleted or replaced");
+    expectReport(GetParam() ? "has vanished" : "deleted or replaced");
     EXPECT_NE(access(store.c_str(), F_OK), 0) << "a failed write makes no file";
     GDBClose(fp);
 }
