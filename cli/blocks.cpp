@@ -4,6 +4,8 @@
 #include <limits>
 #include <utility>
 
+#include "bands.hpp"
+
 namespace kscli {
 namespace {
 
@@ -95,6 +97,16 @@ void SampleReader::calibrate(Window& window) const {
             }
         }
     }
+}
+
+void BlockWriter::write(Window& samples, int firstRow) {
+    if (!window_) window_ = std::make_unique<Window>(samples.columns(), samples.rows(), 1, 1, allBands(target_));
+    window_->resizeRows(samples.rows());
+    window_->place(0, firstRow);
+    window_->swapSamples(samples);
+    window_->write(target_);
+    window_->swapSamples(samples);
+    requireComplete(result_);
 }
 
 }  // namespace kscli

@@ -6,7 +6,9 @@
 #include <array>
 #include <climits>
 #include <cstddef>
+#include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "dataset.hpp"
@@ -30,8 +32,8 @@ struct Area {
 Area makeArea(int x, int y, int width, int height, int every);
 Area wholeImage(const DataSet& dataSet, int every = 1);
 
-/// The rectangle that a user asked for as X,Y,WIDTH,HEIGHT, or the whole image for nothing. Throws a Failure when it does
-/// not lie inside the image.
+/// The rectangle that a user asked for as X,Y,WIDTH,HEIGHT, or the whole image for nothing. Throws a Failure when it
+/// does not lie inside the image.
 std::array<int, 4> chooseWindow(const DataSet& dataSet, const std::vector<int>& asked);
 
 /// A progress bar for as long as it lives; also the place where Ctrl-C takes effect.
@@ -99,5 +101,18 @@ void readBlocks(const SampleReader& reader, const Area& area, double shareOfMemo
         body(first, window);
     });
 }
+
+/// Writes blocks of samples into all bands of an image that was made for them.
+class BlockWriter {
+public:
+    /// `result` names what is given up when samples cannot be moved: they would look like data in it.
+    BlockWriter(const DataSet& target, std::string result) : target_(target), result_(std::move(result)) {}
+    void write(Window& samples, int firstRow);
+
+private:
+    const DataSet& target_;
+    std::string result_;
+    std::unique_ptr<Window> window_;
+};
 
 }  // namespace kscli

@@ -70,16 +70,10 @@ void BrdfCopy::write(const ColumnMeans& means, const std::string& historyLine) {
     DataSet copy = source_.describe(plan_.bands);
     copy.dropFirstTransforms(plan_.level);
     copy.create(name_, kFloat32);
-    std::unique_ptr<Window> target;
+    BlockWriter writer(copy, kResult);
     readBlocks(reader_, plan_.area, kHalf, [&](int first, Window& window) {
         prepare(window, first, fill);
-        if (!target) target = std::make_unique<Window>(window.columns(), window.rows(), 1, 1, allBands(copy));
-        target->resizeRows(window.rows());
-        target->place(0, first);
-        target->swapSamples(window);
-        target->write(copy);
-        target->swapSamples(window);
-        requireComplete(kResult);
+        writer.write(window, first);
     });
     copy.writeMetadata();
     completeCopy(source_, plan_, copy.file(), historyLine);

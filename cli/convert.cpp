@@ -1,7 +1,6 @@
 // ks convert: a copy of an image in another format, of some bands or a part, at a level, that loses nothing of what the
 // source knows. The library writes what its records hold; the rest is completed through the host, from the source's
 // lists.
-#include <cmath>
 #include <filesystem>
 #include <memory>
 
@@ -68,19 +67,12 @@ void warnAboutLosses(const DataSet& source, const CopyPlan& plan) {
 std::size_t copySamples(const DataSet& source, const CopyPlan& plan, const DataSet& copy) {
     const SampleReader reader(source, plan.bands, plan.level, SampleReader::NoData::asStored);
     const SampleFitter fitter(source, plan);
-    std::unique_ptr<Window> target;
+    BlockWriter writer(copy, "the copy");
     std::size_t changed = 0;
     constexpr double kWindows = 2;
     readBlocks(reader, plan.area, 1 / kWindows, [&](int first, Window& window) {
         changed += fitter.fit(window.samples(), window.pixelCount());
-        if (!target) target = std::make_unique<Window>(window.columns(), window.rows(), 1, 1, allBands(copy));
-        target->resizeRows(window.rows());
-        target->place(0, first);
-        target->swapSamples(window);
-        target->write(copy);
-        target->swapSamples(window);
-        // Samples that could not be moved would look like data in the copy.
-        requireComplete("the copy");
+        writer.write(window, first);
     });
     return changed;
 }

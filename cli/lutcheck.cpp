@@ -188,8 +188,8 @@ void addLutCheck(CLI::App& lut, Command& chosen) {
         "Counts values that are no numbers or infinite and says where the first are;\n"
         "looks for coordinates that do not increase; predicts every inner grid point\n"
         "from its two neighbours along each axis and tells the error, relative to the\n"
-        "value: about four times what interpolation between grid points costs. Values\n"
-        "of 0 and neighbours of holes are left out. Tables may be larger than memory.\n"
+        "largest of the three: about four times what interpolation between grid points\n"
+        "costs. Neighbours of holes are left out. Tables may be larger than memory.\n"
         "Exit status 1 when a value is no number (unless --allow-nan) or infinite, or\n"
         "coordinates do not increase.\n"
         "Example:\n  ks lut check scene.kslut");

@@ -48,7 +48,9 @@ public:
                 const std::size_t row = outer + i * strides.step;
                 for (std::size_t at = row; at < row + strides.step; ++at) {
                     const double low = values[at - strides.step];
-                    addPoint(values[at], low + share * (values[at + strides.step] - low), box, at);
+                    const double high = values[at + strides.step];
+                    const double largest = std::max({std::abs(low), std::abs(values[at]), std::abs(high)});
+                    addPoint(low + share * (high - low) - values[at], largest, box, at);
                 }
             }
         }
@@ -66,8 +68,8 @@ private:
         return (at(i) - at(i - 1)) / (at(i + 1) - at(i - 1));
     }
 
-    void addPoint(double value, double predicted, const TableBox& box, std::size_t at) {
-        const double relative = value == predicted ? 0 : std::abs((predicted - value) / value);
+    void addPoint(double difference, double largest, const TableBox& box, std::size_t at) {
+        const double relative = difference == 0 ? 0 : std::abs(difference) / largest;
         if (!std::isfinite(relative)) {
             ++error_.leftOut;
             return;

@@ -35,7 +35,8 @@ struct Coverage {
 Coverage surveyCoverage(const LookupTable& table);
 
 /// Each grid point that has neighbours on both sides along an axis, predicted from them on a straight line. Errors are
-/// relative to the value itself; points that hold 0 or where a number is missing are left out.
+/// relative to the largest of the three values, so that a point in the dark does not outweigh all others; points where
+/// one is missing are left out.
 struct AxisError {
     std::int64_t points = 0;
     std::int64_t leftOut = 0;

@@ -171,7 +171,7 @@ struct Plausibility {
 Plausibility computeSamples(const DataSet& source, const CopyPlan& plan, const Radiance& radiance,
                             const std::vector<SurfaceCoefficients>& coefficients, const DataSet& output) {
     const SampleReader reader(source, plan.bands, radiance.level, SampleReader::NoData::asNaN);
-    std::unique_ptr<Window> target;
+    BlockWriter writer(output, kResult);
     Plausibility plausibility;
     std::vector<bool> isGood;
     for (const int band : plan.bands) isGood.push_back(source.isGood(band));
@@ -187,13 +187,7 @@ Plausibility computeSamples(const DataSet& source, const CopyPlan& plan, const R
                 plausibility.inside += r >= 0 && r <= 1 ? 1 : 0;
             }
         }
-        if (!target) target = std::make_unique<Window>(window.columns(), window.rows(), 1, 1, allBands(output));
-        target->resizeRows(window.rows());
-        target->place(0, first);
-        target->swapSamples(window);
-        target->write(output);
-        target->swapSamples(window);
-        requireComplete(kResult);
+        writer.write(window, first);
     });
     return plausibility;
 }

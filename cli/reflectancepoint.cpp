@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 
+#include "place.hpp"
 #include "report.hpp"
 #include "sunposition.hpp"
 
@@ -19,16 +20,11 @@ constexpr std::array<const char*, RLUT_WAVELENGTH> kOptions = {
 std::optional<double> sunZenithOf(const DataSet& image) {
     const KSMission& m = image->Mission;
     if (m.nYear <= 0 || m.nMonth <= 0 || m.nDay <= 0 || m.nHour < 0 || m.nMinute < 0) return std::nullopt;
-    double latitude = m.dLatitude;
-    double longitude = m.dLongitude;
-    if (std::abs(latitude) > 90 || std::abs(longitude) > 180) {
-        longitude = image->nXSize / 2.0;
-        latitude = image->nYSize / 2.0;
-        if (KSHostPixelsToGeographic(image.file(), 1, &longitude, &latitude) == 0 || !std::isfinite(latitude)) {
-            return std::nullopt;
-        }
-    }
-    return sunAt(makeMoment(m.nYear, m.nMonth, m.nDay, m.nHour, m.nMinute, 0), latitude, longitude).zenith;
+    const std::optional<Place> stated = statedPlace(image);
+    const std::optional<Place> place = stated ? stated : mapCentre(image);
+    if (!place) return std::nullopt;
+    const Moment moment = makeMoment(m.nYear, m.nMonth, m.nDay, m.nHour, m.nMinute, 0);
+    return sunAt(moment, place->latitude, place->longitude).zenith;
 }
 
 bool contains(const TableAxis& axis, double coordinate) {
@@ -100,7 +96,7 @@ private:
     void chooseSunZenith() {
         if (given_.sunZenithDeg) return set(RLUT_SOLAR_ZENITH, *given_.sunZenithDeg);
         const auto sun = sunZenithOf(image_);
-        if (sun && (axis(RLUT_SOLAR_ZENITH).size() > 1 || !axis(RLUT_SOLAR_ZENITH).assumed)) {
+        if (sun && !tableStandsFor(*sun)) {
             if (*sun >= 90) {
                 fail(
                     "at the image's date, time (as universal time) and place the sun was below the horizon (zenith "
@@ -115,6 +111,14 @@ private:
         if (!chooseGiven(RLUT_SOLAR_ZENITH, std::nullopt)) {
             refuse(RLUT_SOLAR_ZENITH, "the image does not tell date, time and place, so that the sun is not known; ");
         }
+    }
+
+    /// A table for one sun holds for the image when both suns are about the same, or that of the table is not known.
+    bool tableStandsFor(double sun) const {
+        constexpr double kSameDeg = 1;
+        const TableAxis& suns = axis(RLUT_SOLAR_ZENITH);
+        return suns.size() == 1 &&
+               (suns.assumed || std::abs(sun - static_cast<double>(suns.coordinates[0])) < kSameDeg);
     }
 
     void chooseViewZenith() {

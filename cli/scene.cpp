@@ -93,8 +93,6 @@ constexpr std::array<Material, kMostMaterials> kMaterials = {{{"vegetation", veg
 
 // ---- light ----
 
-constexpr double kSunZenithDeg = 35;
-
 // Irradiance outside the atmosphere in uW cm-2 nm-1: a black body of the sun's temperature and size.
 double solarIrradiance(double nm) {
     constexpr double kPlanck = 6.62607015e-34;
@@ -116,11 +114,14 @@ double scattering(double nm) {
     return 0.0088 * std::pow(micrometres, -4.05);
 }
 
-// Optical depth of gases for a vertical path.
+// Optical depths for a vertical path: of the scene's water vapour, and of all gases.
+double waterAbsorption(double nm) {
+    return 0.12 * gaussian(nm, 820, 10) + 0.75 * gaussian(nm, 938, 18) + 0.95 * gaussian(nm, 1132, 22) +
+           7.0 * gaussian(nm, 1380, 28) + 8.0 * gaussian(nm, 1885, 32);
+}
 double absorption(double nm) {
-    return 0.55 * gaussian(nm, 761, 4) + 0.10 * gaussian(nm, 688, 4) + 0.12 * gaussian(nm, 820, 10) +
-           0.75 * gaussian(nm, 938, 18) + 0.95 * gaussian(nm, 1132, 22) + 7.0 * gaussian(nm, 1380, 28) +
-           8.0 * gaussian(nm, 1885, 32) + 0.45 * gaussian(nm, 2010, 12) + 0.20 * gaussian(nm, 2060, 12) +
+    return waterAbsorption(nm) + 0.55 * gaussian(nm, 761, 4) + 0.10 * gaussian(nm, 688, 4) +
+           0.45 * gaussian(nm, 2010, 12) + 0.20 * gaussian(nm, 2060, 12) +
            0.03 * edge(nm, 2380, 40) * std::max(0.0, nm - 2350) / 10;
 }
 
@@ -205,7 +206,7 @@ void Scene::makeMaterials() {
 }
 
 void Scene::makeLight() {
-    const double cosSun = std::cos(kSunZenithDeg * kPi / 180);
+    const double cosSun = std::cos(kSceneSunZenithDeg * kPi / 180);
     for (double nm : wavelengths_) {
         const double downAndUp = transmission(nm, 1 / cosSun + 1);
         white_.push_back(solarIrradiance(nm) * cosSun * downAndUp / kPi);
@@ -213,6 +214,11 @@ void Scene::makeLight() {
         path_.push_back(0.25 * solarIrradiance(nm) * cosSun / kPi * scattered * transmission(nm, 0.5) *
                         std::exp(-absorption(nm) * (1 / cosSun + 0.5)));
     }
+}
+
+double Scene::throughWater(int band, double water) const {
+    const double airMass = 1 / std::cos(kSceneSunZenithDeg * kPi / 180) + 1;
+    return std::exp(-waterAbsorption(wavelength(band)) * (water / kSceneWater - 1) * airMass);
 }
 
 void Scene::makeTrend() {

@@ -18,6 +18,9 @@ struct SceneParameters {
 };
 
 constexpr int kMostMaterials = 12;
+/// The sun at the scene's time and place, and its column of water vapour in g/cm2.
+constexpr double kSceneSunZenithDeg = 28.85;
+constexpr double kSceneWater = 2;
 
 class Scene {
 public:
@@ -35,6 +38,8 @@ public:
     /// nm-1.
     double whiteRadiance(int band) const { return white_[index(band)]; }
     double pathRadiance(int band) const { return path_[index(band)]; }
+    /// What another column of water vapour lets through, of either of them, relative to the scene's own.
+    double throughWater(int band, double water) const;
     /// The brightness of a column relative to the centre of the swath.
     double trend(int column) const { return trend_[index(column)]; }
     /// Calibration: radiance = gain * stored value + offset.

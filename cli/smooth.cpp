@@ -199,7 +199,7 @@ void smoothSamples(const DataSet& image, const CopyPlan& plan, const Smoother& s
     const auto noData = noDataOfCopy(image, plan);
     const bool anyNoData =
         std::any_of(noData.begin(), noData.end(), [](const auto& value) { return value.has_value(); });
-    std::unique_ptr<Window> target;
+    BlockWriter writer(output, "the smoothed image");
     constexpr double kWindows = 2;
     readBlocks(reader, plan.area, 1 / kWindows, [&](int first, Window& window) {
         if (KSSmoothWinEx(window.record(), smoother.parms(), smoother.function()) != 0) throw std::bad_alloc();
@@ -207,13 +207,7 @@ void smoothSamples(const DataSet& image, const CopyPlan& plan, const Smoother& s
             const auto& value = noData[i % noData.size()];
             if (value && std::isnan(window.samples()[i])) window.samples()[i] = static_cast<float>(*value);
         }
-        if (!target) target = std::make_unique<Window>(window.columns(), window.rows(), 1, 1, allBands(output));
-        target->resizeRows(window.rows());
-        target->place(0, first);
-        target->swapSamples(window);
-        target->write(output);
-        target->swapSamples(window);
-        requireComplete("the smoothed image");
+        writer.write(window, first);
     });
 }
 

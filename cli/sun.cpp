@@ -9,6 +9,7 @@
 #include "dataset.hpp"
 #include "help.hpp"
 #include "output.hpp"
+#include "place.hpp"
 #include "report.hpp"
 #include "staging.hpp"
 #include "sunposition.hpp"
@@ -30,18 +31,10 @@ struct Options {
     bool force = false;
 };
 
-struct Place {
-    double latitude;
-    double longitude;
-};
-
 struct Observation {
     Moment moment;
     Place place;
 };
-
-bool isLatitude(double value) { return value >= -90 && value <= 90; }
-bool isLongitude(double value) { return value >= -180 && value <= 360; }
 
 // ---- times ----
 
@@ -82,27 +75,19 @@ Moment momentOf(const DataSet& dataSet, const std::string& name) {
 
 // ---- places ----
 
-std::optional<Place> centreOf(const DataSet& dataSet) {
-    double x = dataSet->nXSize / 2.0;
-    double y = dataSet->nYSize / 2.0;
-    if (KSHostPixelsToGeographic(dataSet.file(), 1, &x, &y) == 0 || std::isnan(x)) return std::nullopt;
-    return Place{y, x};
-}
-
 std::optional<Place> givenPlace(const Options& options) {
     if (!options.latitude) return std::nullopt;
     return Place{*options.latitude, *options.longitude};
 }
 
 Place placeOf(const DataSet& dataSet, const std::string& name) {
-    const KSMission& mission = dataSet->Mission;
-    const bool hasLatitude = isLatitude(mission.dLatitude);
-    const bool hasLongitude = isLongitude(mission.dLongitude);
-    if (hasLatitude && hasLongitude) return {mission.dLatitude, mission.dLongitude};
-    if (const auto centre = centreOf(dataSet)) {
+    if (const auto stated = statedPlace(dataSet)) return *stated;
+    if (const auto centre = mapCentre(dataSet)) {
         note("{} does not say where it was taken; the centre of its map is used.", name);
         return *centre;
     }
+    const bool hasLatitude = isLatitude(dataSet->Mission.dLatitude);
+    const bool hasLongitude = isLongitude(dataSet->Mission.dLongitude);
     fail("{} does not say where it was taken (missing: {}{}{}, and a map); give --lat and --lon.", name,
          hasLatitude ? "" : "latitude", hasLatitude || hasLongitude ? "" : ", ", hasLongitude ? "" : "longitude");
 }
@@ -157,7 +142,7 @@ std::string csvOf(const std::vector<Observation>& observations) {
 // ---- images ----
 
 void writeImage(const DataSet& dataSet, const Options& options, const Moment& moment) {
-    const auto centre = centreOf(dataSet);
+    const auto centre = mapCentre(dataSet);
     if (!centre) {
         fail("{} has no place on a map, so its pixels have no angles of their own; give an output that ends in .csv.",
              options.cube);

@@ -14,6 +14,7 @@
 #include "output.hpp"
 #include "report.hpp"
 #include "scene.hpp"
+#include "sceneatmosphere.hpp"
 #include "staging.hpp"
 
 namespace fs = std::filesystem;
@@ -37,6 +38,7 @@ constexpr double kLatitude = 52.0;
 constexpr double kCentreEasting = 500000.0;
 constexpr double kCentreNorthing = 5761038.0;
 constexpr double kPixelMetres = 10.0;
+constexpr float kHeightMetres = 3000;
 constexpr const char* kUtm33North =
     "PROJCS[\"WGS 84 / UTM zone 33N\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,298.257223563,"
     "AUTHORITY[\"EPSG\",\"7030\"]],AUTHORITY[\"EPSG\",\"6326\"]],PRIMEM[\"Greenwich\",0,AUTHORITY[\"EPSG\",\"8901\"]],"
@@ -97,7 +99,7 @@ DataSet describeImage(const Scene& scene) {
         response.fCentre = static_cast<float>(scene.wavelength(band));
         response.fFWHM = static_cast<float>(scene.fwhm(band));
     }
-    image->Mission = {2024, 6, 21, 10, 40, -1, kLatitude, kLongitude, 3000, 12.5, 1000};
+    image->Mission = {2024, 6, 21, 10, 40, -1, kLatitude, kLongitude, kHeightMetres, 12.5, 1000};
     addCalibration(image, scene);
     return image;
 }
@@ -231,7 +233,9 @@ void writeReadme(const Scene& scene, const fs::path& folder, const std::string& 
         "endmembers.csv    reflectance of each material at the band centres\n"
         "fractions.img     fraction of each material in each pixel (one band a material; they sum to 1)\n"
         "trend.csv         brightness of each image column relative to the middle of the swath\n"
-        "illumination.csv  radiance of a white and of a black surface, noise, and the calibration of each band\n\n"
+        "illumination.csv  radiance of a white and of a black surface, noise, and the calibration of each band\n"
+        "atmosphere.nc     path radiance and radiance of a white surface for half, all and twice the scene's water\n"
+        "                  vapour of 2 g/cm2; 'ks lut import --radiance' makes a table of it\n\n"
         "Radiance in uW cm-2 sr-1 nm-1 of a pixel, before noise:\n"
         "    trend(column) * (white(band) * sum over materials of fraction * reflectance(band) + path(band))\n"
         "The noise at radiance L has the variance (0.0008 + 6 * gain)^2 + 2.5e-5 * L. Stored values are\n"
@@ -276,6 +280,7 @@ void run(Options options) {
     writeEndmembers(scene, truth);
     writeTrend(scene, truth);
     writeIllumination(scene, truth);
+    writeAtmosphere(scene, static_cast<double>(kHeightMetres) / 1000, (truth / "atmosphere.nc").string());
     writeReadme(scene, truth, fs::path(options.output).filename().string());
     requireComplete("the scene");
     staging.publish();

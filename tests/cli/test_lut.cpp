@@ -304,8 +304,9 @@ TEST_F(Lut, CheckOfAGoodTablePredictsItsGrid) {
         for (int b = 0; b < 2; ++b) {
             const double value = 100 * w + 10 + b + 0.5;
             const double predicted = 100 * w + 20 * 0.25 + b + 0.5;
-            sum += std::abs(predicted - value) / value;
-            largest = std::max(largest, std::abs(predicted - value) / value);
+            const double brightest = 100 * w + 20 + b + 0.5;
+            sum += std::abs(predicted - value) / brightest;
+            largest = std::max(largest, std::abs(predicted - value) / brightest);
         }
     }
     const auto& a = table["axes"][0];
@@ -318,6 +319,17 @@ TEST_F(Lut, CheckOfAGoodTablePredictsItsGrid) {
     EXPECT_EQ(table["axes"][2]["points"], 12);
     const std::string text = lut({"check", "t.kslut"}).out;
     EXPECT_TRUE(contains(text, "b: no inner grid points")) << text;
+}
+
+TEST_F(Lut, CheckMeasuresErrorsByTheLargestOfThree) {
+    // 8 between 0 and 2 is predicted as 1, which is 7 of 8 off; 2 between 8 and 0 as 4, 2 of 8 off; 0 between 2 and -4
+    // as -1, 1 of 4 off.
+    writeNetcdf(path("in.nc"), line({1, 2, 3, 4, 5}, {0, 8, 2, 0, -4}));
+    import("in.nc", "t.kslut");
+    const auto axis = nlohmann::json::parse(lut({"check", "t.kslut", "--json"}).out)["tables"][0]["axes"][0];
+    EXPECT_EQ(axis["points"], 3);
+    EXPECT_NEAR(axis["mean_relative_error"].get<double>(), (7.0 / 8 + 2.0 / 8 + 1.0 / 4) / 3, 1e-12);
+    EXPECT_NEAR(axis["largest_relative_error"].get<double>(), 7.0 / 8, 1e-12);
 }
 
 TEST_F(Lut, CheckFindsHoles) {

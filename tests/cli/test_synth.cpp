@@ -1,3 +1,4 @@
+#include <cctype>
 #include <cmath>
 #include <fstream>
 #include <sstream>
@@ -179,6 +180,66 @@ TEST_F(Synth, SpectraLookLikeWhatTheyAre) {
     for (const auto& row : endmembers) {
         for (std::size_t m = 1; m < row.size(); ++m) EXPECT_TRUE(row[m] > 0 && row[m] < 1);
     }
+}
+
+// In the column of brightness 1 the scene's atmosphere gives back the mixture of the materials, up to the noise.
+TEST_F(Synth, AtmosphereGivesBackTheReflectance) {
+    constexpr int kWidth = 33;
+    constexpr int kHeight = 64;
+    constexpr std::size_t kMiddle = 16;
+    constexpr std::size_t kBands = 24;
+    ASSERT_EQ(ks({"synth", "scene.img", "--size", "33x64", "--bands", "24"}).status, 0);
+    ASSERT_EQ(ks({"lut", "import", "--radiance", "scene_truth/atmosphere.nc", "t.kslut"}).status, 0);
+    const Result result = ks({"reflectance", "scene.img", "r.img", "--lut", "t.kslut", "--water", "2"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    const std::vector<float> reflectance = samplesOf(DataSet::open(path("r.img")), 0);
+    const std::vector<float> fractions = samplesOf(DataSet::open(path("scene_truth/fractions.img")), 0);
+    const auto endmembers = numbers("scene_truth/endmembers.csv");
+    const auto light = numbers("scene_truth/illumination.csv");
+    ASSERT_EQ(numbers("scene_truth/trend.csv")[kMiddle][1], 1);
+    for (std::size_t band = 0; band < kBands; ++band) {
+        double difference = 0;
+        for (std::size_t line = 0; line < kHeight; ++line) {
+            const std::size_t pixel = line * kWidth + kMiddle;
+            difference += static_cast<double>(reflectance[pixel * kBands + band]) / kHeight;
+            for (std::size_t m = 0; m < 6; ++m)
+                difference -= static_cast<double>(fractions[6 * pixel + m]) * endmembers[band][m + 1] / kHeight;
+        }
+        const double noiseOfMean = light[band][3] / light[band][1] / std::sqrt(kHeight);
+        EXPECT_LT(std::abs(difference), 5 * noiseOfMean) << band;
+    }
+}
+
+// What twice the water lets through is the square of what half of that does.
+TEST_F(Synth, AtmosphereKnowsOtherWater) {
+    ASSERT_EQ(ks({"synth", "scene.img", "--size", "4x4", "--bands", "211"}).status, 0);  // every 10 nm
+    ASSERT_EQ(ks({"lut", "import", "--radiance", "scene_truth/atmosphere.nc", "t.kslut"}).status, 0);
+    const auto white = [&](const std::string& water) {
+        const std::vector<std::string> point = {"--at", "water=" + water, "--at", "refl=0.5"};
+        std::vector<std::string> arguments = {"lut", "interp", "t.kslut", "-o", "w" + water + ".csv"};
+        arguments.insert(arguments.end(), point.begin(), point.end());
+        EXPECT_EQ(ks(arguments).status, 0);
+        std::vector<double> values;
+        std::istringstream text(read("w" + water + ".csv"));
+        for (std::string line; std::getline(text, line);) {
+            if (std::isdigit(static_cast<unsigned char>(line[0])) != 0)
+                values.push_back(2 * std::stod(line.substr(line.find(',') + 1)));
+        }
+        return values;
+    };
+    const auto one = white("1");
+    const auto two = white("2");
+    const auto four = white("4");
+    const auto light = numbers("scene_truth/illumination.csv");
+    ASSERT_EQ(two.size(), 211U);
+    for (std::size_t band = 0; band < two.size(); ++band) {
+        EXPECT_NEAR(two[band] / light[band][1], 1, 1e-6) << band;
+        EXPECT_NEAR(four[band] / two[band], std::pow(two[band] / one[band], 2), 1e-5) << band;
+    }
+    const std::size_t vapour = (940 - 400) / 10;
+    const std::size_t window = (860 - 400) / 10;
+    EXPECT_LT(four[vapour], 0.7 * two[vapour]);
+    EXPECT_NEAR(four[window] / two[window], 1, 0.02);
 }
 
 TEST_F(Synth, SmallestScene) {
