@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The main job, once through: a scene (or the cube given) is described, pictured, plotted, converted there and back, each
-# copy checked against its source; then its statistics, spectra of regions, a noise-adjusted transform and unmixing.
+# copy checked against its source; then its statistics, spectra of regions, a noise-adjusted transform, unmixing, even
+# columns and the reflectance of the ground.
 # Pictures and a summary stay in demo-out/ (or $KS_DEMO_OUT).
 #
 #   cli/demo.sh BUILD_DIR [CUBE]
@@ -140,6 +141,23 @@ if [[ -e $out/places.kslib ]] && try "fractions of these spectra" "fractions.img
     unmixed=$(sed -n 's/^ks: .*fractions.img: //p' "$out/.messages")
 fi
 
+# ---- the columns evened out, the atmosphere taken off ----
+if try "trend across the columns" "even.img, even.svg" "$ks" brdf "$cube" "$out/even.img" --plot "$out/even.svg"; then
+    evened=$(sed -n 's/^ks: .*even.img: //p' "$out/.messages")
+fi
+try "angles of the sun" "sun.csv" "$ks" sun "$cube" -o "$out/sun.csv" || true
+try "angles of the view" "view.csv" "$ks" view "$cube" -o "$out/view.csv" || true
+if [[ -z $given ]]; then
+    step "the scene's atmosphere as a table" "atmosphere.kslut" "$ks" lut import --radiance "$out/scene_truth/atmosphere.nc" \
+        "$out/atmosphere.kslut"
+    step "a picture of it" "atmosphere.png" "$ks" lut plot "$out/atmosphere.kslut" "$out/atmosphere.png"
+    step "reflectance of the ground" "ground.img" "$ks" reflectance "$out/even.img" "$out/ground.img" \
+        --lut "$out/atmosphere.kslut" --water 2
+    step "its spectra" "ground.svg" "$ks" spectrum "$out/ground.img" "${pixels[@]}" "$out/ground.svg"
+fi
+"$ks" modtran cards --example > "$out/cards.json"
+step "radiative-transfer input cards" "cards.json, tape5" "$ks" modtran cards "$out/cards.json" -o "$out/tape5"
+
 compression=$(grep 'code vectors:' "$out/vq-error.txt")
 # The band with the smallest, the middle and the largest error among the good ones.
 errors=$(awk -F, 'NR > 1 && ($3 == "plot" || $3 == "bmask") { print $4 "," $1 }' "$out/vq-error.csv" | sort -g |
@@ -179,6 +197,7 @@ total=$(seconds "$started" "$EPOCHREALTIME")
         echo
     fi
     [[ -n ${unmixed:-} ]] && printf 'Unmixing: %s\n\n' "$unmixed"
+    [[ -n ${evened:-} ]] && printf 'Columns evened out: %s\n\n![means of the columns](even.svg)\n\n' "$evened"
     [[ -e $out/places.png ]] && printf '![spectra of the regions](places.png)\n\n'
     echo "![errors of vector quantization](vq-error.png)"
     echo
@@ -197,5 +216,6 @@ echo "          $errors"
 [[ -n ${counted:-} ]] && echo "  stats.csv: $counted"
 [[ -n ${transformed:-} ]] && echo "  mnf.mat: $transformed; $informative of them hold as much signal as noise, or more"
 [[ -n ${unmixed:-} ]] && echo "  fractions.img: $unmixed"
+[[ -n ${evened:-} ]] && echo "  even.img: $evened"
 echo
 echo "Done in $total s. Look at $out/quicklook.png, $out/spectra.svg and $out/summary.md."
