@@ -213,6 +213,35 @@ TEST_F(KSInterpSpecTest, SumsAreFormedInDoublePrecision) {
     EXPECT_TRUE(std::isinf(interpolate(middle, units, corners)[0].fSecond));
 }
 
+TEST_F(KSInterpSpecTest, WeightsAreProductsInOrderOfTheDimensions) {
+    // Three corners whose values cancel leave nothing but what rounding did to their weights.
+    const Bounds units = {0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1};
+    std::mt19937 engine(11U);
+    std::uniform_real_distribution<float> inside(0.2F, 0.8F);
+    std::uniform_int_distribution<std::size_t> any(0, kCorners - 1);
+    for (int round = 0; round < 50; ++round) {
+        Point point{};
+        for (float& x : point) x = inside(engine);
+        const auto weight = [&point](std::size_t k) {
+            double product = 1.0;
+            for (std::size_t i = 0; i < kDimensions; ++i) {
+                const double t = static_cast<double>(point[i]);
+                product *= (k >> i & 1U) != 0 ? t : 1.0 - t;
+            }
+            return product;
+        };
+        const std::array<std::size_t, 3> chosen = {any(engine), any(engine), any(engine)};
+        Corners corners(kCorners, Spectrum(1, RLUTEntry{0.0F, 0.0F}));
+        double sum = 0.0;
+        for (const std::size_t k : chosen) {
+            const auto value = static_cast<float>(sum == 0.0 ? 1.0 : -sum / weight(k));
+            corners[k][0] = {value, -value};
+            sum += static_cast<double>(value) * weight(k);
+        }
+        EXPECT_TRUE(sameBits(valuesOf(interpolate(point, units, corners)), valuesOf(plain(point, units, corners))));
+    }
+}
+
 TEST_F(KSInterpSpecTest, WithoutEntriesNothingIsTouched) {
     const std::vector<const RLUTEntry*> corners(kCorners, nullptr);
     RLUTEntry out = {kUntouched, kUntouched};
@@ -261,10 +290,11 @@ Coefficients plainCoefficients(float fa1, float fa2, float fb1, float fb2, float
 
 void expectSame(const Coefficients& found, const Coefficients& expected) {
     EXPECT_EQ(found.status, expected.status);
-    EXPECT_DOUBLE_EQ(found.c1, expected.c1);
-    EXPECT_DOUBLE_EQ(found.c2, expected.c2);
-    EXPECT_DOUBLE_EQ(found.c3, expected.c3);
-    EXPECT_DOUBLE_EQ(found.c4, expected.c4);
+    const auto same = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
+    EXPECT_PRED2(same, found.c1, expected.c1);
+    EXPECT_PRED2(same, found.c2, expected.c2);
+    EXPECT_PRED2(same, found.c3, expected.c3);
+    EXPECT_PRED2(same, found.c4, expected.c4);
 }
 
 struct KSEvalSRCoeffsTest : KSInterpSpecTest {};
@@ -309,6 +339,15 @@ TEST_F(KSEvalSRCoeffsTest, TheFirstDeterminantComesFirst) {
     EXPECT_NE(coefficients(2.5e-12F, 0.0F, 1.0F, 1.0F, 0.1F, 0.5F).c3, kUnset) << "D = 1.25e-12";
 }
 
+TEST_F(KSEvalSRCoeffsTest, TheLeastDeterminantIsEnough) {
+    const float a1 = 0x1.023be4p-38F, a2 = 0x1.0d0e4p-61F, r1 = 0x1.47ae14p-9F, r2 = 0x1.170a3ep-2F;
+    const double q = static_cast<double>(r2) / static_cast<double>(r1);
+    ASSERT_EQ(static_cast<double>(a1) * static_cast<double>(r1) * q - static_cast<double>(a2) * static_cast<double>(r2),
+              1e-12);
+    EXPECT_EQ(coefficients(a1, a2, 1.0F, 2.0F, r1, r2).status, 0);
+    EXPECT_EQ(coefficients(a1, 2.0F * a2, 1.0F, 2.0F, r1, r2).status, 1) << "one step below";
+}
+
 TEST_F(KSEvalSRCoeffsTest, TheFirstReflectanceComesSecond) {
     // Both it and the last quantity are bad in the second, where q = -1.
     for (const auto& [r1, r2] : std::vector<std::pair<float, float>>{{1e-13F, 0.5F}, {-0.25F, 0.25F}}) {
@@ -333,6 +372,14 @@ TEST_F(KSEvalSRCoeffsTest, TheLastQuantityLeavesTheThirdCoefficient) {
         EXPECT_EQ(c.c2, kUnset);
         EXPECT_EQ(c.c4, kUnset);
     }
+}
+
+TEST_F(KSEvalSRCoeffsTest, AThirdCoefficientThatIsNoNumberFailsTheLastTest) {
+    const Coefficients c = coefficients(std::numeric_limits<float>::infinity(), 4.0F, 2.0F, 5.0F, 0.25F, 0.5F);
+    EXPECT_EQ(c.status, 1);
+    EXPECT_TRUE(std::isnan(c.c3)) << "infinity over infinity";
+    EXPECT_EQ(c.c1, kUnset);
+    EXPECT_EQ(c.c4, kUnset);
 }
 
 TEST_F(KSEvalSRCoeffsTest, TheFirstValueComesBackFromItsCoefficients) {

@@ -180,6 +180,25 @@ TEST_F(KSLUTFileInfoTest, AnotherSegmentOfTheFileKeepsOneReference) {
     EXPECT_EQ(file->references, 1);
 }
 
+TEST_F(KSLUTFileInfoTest, TheOldPlaceIsGivenBackBeforeTheNewOneIsTaken) {
+    const Table table = tableOf({2});
+    place(table, kSegment);
+    addSegment(8);
+    EXPECT_EQ(KSLUTSetFileInfo(table.get(), file, 8), kOk);
+    EXPECT_EQ(host().callsOf({"IDBSegInfoIO", "GDBClose", "fpReference"}),
+              (Names{"IDBSegInfoIO(tables.ks, 7, 0)", "GDBClose(tables.ks)", "IDBSegInfoIO(tables.ks, 8, 0)",
+                     "fpReference(tables.ks)"}))
+        << "the same file is no exception";
+    // With its last reference the file itself is gone.
+    closeFile();
+    host().forget();
+    EXPECT_EQ(KSLUTSetFileInfo(table.get(), table->fp, kSegment), kFailed);
+    EXPECT_EQ(host().callsOf({"GDBClose", "fpReference"}), (Names{"GDBClose(tables.ks)"}));
+    EXPECT_EQ(table->fp, nullptr);
+    EXPECT_EQ(table->nSegment, 0);
+    EXPECT_EQ(host().liveHandles(), 0);
+}
+
 TEST_F(KSLUTFileInfoTest, AnOldPlaceThatIsNoneAnyMoreIsNotGivenBack) {
     const Table table = tableOf({2});
     place(table, kSegment);

@@ -315,6 +315,9 @@ TEST_F(KSMT4EvalCard1ATest, WideNumbersRunOnAndAreOverwritten) {
     EXPECT_EQ(columnsOf(card), columnsOf(good).substr(0, 10) + "1000000000" + columnsOf(good).substr(20));
     card.eH2OSTRINT = 0;  // only column 30 is written: the number's last digits and its end stay
     EXPECT_EQ(columnsOf(card), columnsOf(good).substr(0, 10) + "1000000000 .00000$ 0" + columnsOf(good).substr(30));
+    card.eO3STRINT = 0;
+    card.fCO2MX = 1e20F;  // 100000002004087734272.00000 ends in column 37; behind column 30 nothing becomes blank
+    EXPECT_EQ(columnsOf(card), withColumns(columnsOf(good), 11, "1000000020 4087734202.00000$ 0"));
     card = good;
     card.fO3STR = 1e12F;  // 999999995904.0 up to column 45
     EXPECT_EQ(columnsOf(card), withColumns(columnsOf(good), 31, "a999999995 T4F0T F"));
@@ -399,6 +402,14 @@ TEST_F(KSMT4EvalCard2Test, TheWindLosesItsThousands) {
     card.fWSS = 1e6F;  // 1000000.00000 ends in column 52, inside of the next field
     card.fWHH = 9999.5F;
     EXPECT_EQ(columnsOf(card), columnsOf(good).substr(0, 39) + " 000000.009999.50000" + columnsOf(good).substr(59));
+}
+
+TEST_F(KSMT4EvalCard2Test, TheWindsEndStaysUntilTheNextFieldIsWritten) {
+    KSMT4Card2 card = good;
+    card.fWHH = -1.0F;
+    Room room;
+    EXPECT_EQ(eval(&card, room.text.data()), 1);
+    EXPECT_EQ(room.columns(), padded(columnsOf(good).substr(0, 49) + "$"));
 }
 
 TEST_F(KSMT4EvalCard2Test, WideNumbersRunOnAndAreOverwritten) {

@@ -171,6 +171,14 @@ TEST_F(KSSolarZAzTest, TheClockTimeIsRoundedToSinglePrecision) {
     EXPECT_NEAR(sun(moment, latitude, longitude).zenith, rounded, stepAt(rounded));
 }
 
+TEST_F(KSSolarZAzTest, ASineBeyondOneIsOne) {
+    // A sun so near the zenith that rounding carries the sine of its azimuth past one: due east, due west.
+    const Moment moment = {2001, 3, 1, 0, 13};
+    const float latitude = -0x1.dff26ep+2F;
+    EXPECT_NEAR(sun(moment, latitude, 0x1.67dcb8p+7F).azimuth, 90.0F, 1e-5F);
+    EXPECT_NEAR(sun(moment, latitude, 0x1.67dcbap+7F).azimuth, 270.0F, 1e-5F);
+}
+
 TEST_F(KSSolarZAzTest, TheSixthArgumentIsNotUsed) {
     const Angles angles = sun({2010, 9, 3, 4, 5}, -36.8F, 174.7F, 0);
     for (const int unused : {1, 59, -1, std::numeric_limits<int>::max()}) {

@@ -92,8 +92,8 @@ KS_API int KSLUTEPS(const KSLUT* pLUT, float fFraction, int64_t* pnElems, const 
 
 /* ---- the file ---- */
 
-/** Makes fp and segment the table's place, with a reference of its own; gives back the one it had. A place that holds
- *  no table segment clears both fields and fails. */
+/** Makes fp and segment the table's place, with a reference of its own; gives back the one it had first, which closes a
+ *  file that nobody else holds. A place that holds no table segment clears both fields and fails. */
 KS_API int KSLUTSetFileInfo(KSLUT* pLUT, HostFile* fp, int nSegment);
 KS_API int KSLUTGetFileInfo(const KSLUT* pLUT, HostFile** pfp, int* pnSegment);
 /** 1 when the file is open, can hold segments, and has a table segment of that number. */

@@ -179,18 +179,15 @@ Attributes ks::readAttributes(KSLUT* table) {
 
 int KSLUTSetFileInfo(KSLUT* pLUT, HostFile* fp, int nSegment) {
     if (pLUT == nullptr) return kTableFailed;
-    // A table that only changes its segment keeps its handle: given back, it could be the last one.
-    const bool keepsHandle = fp != nullptr && fp == pLUT->fp && KSLUTIsFileInfoValid(pLUT) == kTableOk;
-    if (!keepsHandle && KSLUTIsFileInfoValid(pLUT) == kTableOk) GDBClose(pLUT->fp);
+    if (KSLUTIsFileInfoValid(pLUT) == kTableOk) GDBClose(pLUT->fp);
     pLUT->fp = fp;
     pLUT->nSegment = nSegment;
     if (fp != nullptr && KSLUTIsFileInfoValid(pLUT) != kTableOk) {
-        if (keepsHandle) GDBClose(fp);
         pLUT->fp = nullptr;
         pLUT->nSegment = 0;
         return kTableFailed;
     }
-    if (!keepsHandle) fpReference(pLUT->fp);
+    fpReference(pLUT->fp);
     return kTableOk;
 }
 
