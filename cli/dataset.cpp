@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "entries.hpp"
 #include "report.hpp"
 #include "staging.hpp"
 
@@ -16,6 +17,14 @@ bool namesAVariable(const std::string& name) { return name.find(":\"") != std::s
 
 void checkReadable(const std::string& name) {
     if (!namesAVariable(name)) requireReadable(name, "image file");
+}
+
+/// What else a file holds, and which command shows it.
+std::string otherContents(HostFile* file) {
+    std::string text;
+    if (GDBSegNext(file, kLayerSegment, 0) > 0) text += "; 'ks library list' shows its spectra";
+    if (GDBSegNext(file, kTableSegment, 0) > 0) text += "; 'ks lut info' shows its tables";
+    return text;
 }
 
 void deleteTransforms(KSDataSet* record) {
@@ -51,7 +60,8 @@ DataSet DataSet::open(const std::string& name) {
     KSDataSet* record = KSOpen(name.c_str(), "r");
     if (record == nullptr) fail("{} cannot be opened as an image (see above).", name);
     DataSet dataSet(record);
-    if (dataSet.bandCount() < 1) fail("{} holds no bands, so there is nothing to work on.", name);
+    if (dataSet.bandCount() < 1)
+        fail("{} holds no bands, so there is no image{}.", name, otherContents(dataSet.file()));
     if (record->nXSize < 1 || record->nYSize < 1) fail("{} holds no pixels, so there is nothing to work on.", name);
     return dataSet;
 }

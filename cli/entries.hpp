@@ -13,6 +13,9 @@ constexpr int kFileLevel = 1;
 constexpr int kChannelLevel = 2;
 constexpr int kNoChannel = -1;
 
+/// What segments of a file hold; their lists are found under the same numbers.
+enum SegmentType { kLayerSegment = 116, kTableSegment = 180 };
+
 class Entries {
 public:
     Entries() = default;

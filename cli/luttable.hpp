@@ -11,10 +11,9 @@
 
 #include <kshost_app.h>
 
-namespace kscli {
+#include "entries.hpp"
 
-/// The type of the segments that hold tables.
-constexpr int kTableSegment = 180;
+namespace kscli {
 
 struct HostFileCloser {
     void operator()(HostFile* file) const { GDBClose(file); }

@@ -7,7 +7,7 @@ namespace kscli {
 std::string unitsAfter(const std::string& units) { return units.empty() ? "" : " " + units; }
 
 std::string withUnits(const std::string& name, const std::string& units) {
-    return units.empty() ? name : fmt::format("{} [{}]", name, units);
+    return units.empty() ? name : fmt::format("{} ({})", name, units);
 }
 
 std::string counted(std::int64_t count, const std::string& thing) {

@@ -16,8 +16,6 @@
 namespace kscli {
 namespace {
 
-constexpr int kLayerSegment = 116;
-
 char* ownedText(const std::string& text) {
     char* copy = static_cast<char*>(std::malloc(text.size() + 1));
     if (copy == nullptr) throw std::bad_alloc();

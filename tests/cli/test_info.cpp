@@ -85,6 +85,22 @@ TEST_F(Info, GuessedUnitIsRemarked) {
     EXPECT_FALSE(info["remarks"].empty());
 }
 
+TEST_F(Info, AFileWithoutAnImageSaysWhatItHolds) {
+    makeCube();
+    ASSERT_EQ(ks({"library", "take", "cube.img", "f.kslib", "--roi", "point xoff 0 yoff 0 size 1"}).status, 0);
+    const Result library = ks({"info", "f.kslib"});
+    EXPECT_EQ(library.status, 1);
+    EXPECT_TRUE(
+        contains(library.err, "f.kslib holds no bands, so there is no image; 'ks library list' shows its spectra."))
+        << library.err;
+    ASSERT_EQ(ks({"synth", "s.img", "--size", "2x2", "--bands", "3"}).status, 0);
+    ASSERT_EQ(ks({"lut", "import", "--radiance", "s_truth/atmosphere.nc", "t.kslut"}).status, 0);
+    const Result table = ks({"info", "t.kslut"});
+    EXPECT_EQ(table.status, 1);
+    EXPECT_TRUE(contains(table.err, "t.kslut holds no bands, so there is no image; 'ks lut info' shows its tables."))
+        << table.err;
+}
+
 TEST_F(Info, ReadingMakesNoFiles) {
     makeCube();
     const auto before = files();

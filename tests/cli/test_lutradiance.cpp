@@ -324,7 +324,7 @@ TEST_F(RadianceTable, IsInterpolatedMultilinearly) {
     const Table table = parseCsv(read("out.csv"));
     ASSERT_EQ(table.rows.size(), 3U);
     ASSERT_EQ(table.header.size(), 1 + 2 * points.size());
-    EXPECT_EQ(table.header[0], "Wavelength [nm]");
+    EXPECT_EQ(table.header[0], "Wavelength (nm)");
     EXPECT_EQ(table.header[3], "p1: ground radiance");
     for (std::size_t w = 0; w < 3; ++w) {
         EXPECT_EQ(table.rows[w][0], grids[0].axes[8][w]);
