@@ -7,9 +7,9 @@
 
 #include <kshost_app.h>
 
-#include "command.hpp"
-#include "help.hpp"
-#include "report.hpp"
+#include "app/command.hpp"
+#include "app/help.hpp"
+#include "app/report.hpp"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "eigentransform.hpp"
+#include "transform/eigentransform.hpp"
 
 namespace clitest {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "clikit.hpp"
-#include "speclib.hpp"
+#include "spectra/speclib.hpp"
 
 namespace clitest {
 

@@ -5,11 +5,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "bands.hpp"
 #include "clikit.hpp"
-#include "copycheck.hpp"
-#include "dataset.hpp"
-#include "entries.hpp"
+#include "image/bands.hpp"
+#include "image/copycheck.hpp"
+#include "image/dataset.hpp"
+#include "image/entries.hpp"
 
 namespace clitest {
 namespace {

@@ -10,9 +10,9 @@
 #include <map>
 #include <sstream>
 
-#include "modtrandeck.hpp"
-#include "output.hpp"
-#include "report.hpp"
+#include "app/output.hpp"
+#include "app/report.hpp"
+#include "modtran/deck.hpp"
 #include "speckit.hpp"
 
 namespace clitest {

@@ -11,11 +11,11 @@
 #include <nlohmann/json.hpp>
 
 #include "clikit.hpp"
-#include "entries.hpp"
-#include "lutnetcdf.hpp"
-#include "luttable.hpp"
-#include "radianceunits.hpp"
-#include "reflectancecoeffs.hpp"
+#include "image/entries.hpp"
+#include "image/radianceunits.hpp"
+#include "lut/netcdf.hpp"
+#include "lut/table.hpp"
+#include "reflectance/coefficients.hpp"
 #include "speckit.hpp"
 
 namespace clitest {

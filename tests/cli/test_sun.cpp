@@ -11,9 +11,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "report.hpp"
+#include "app/report.hpp"
+#include "geometry/sunposition.hpp"
 #include "speckit.hpp"
-#include "sunposition.hpp"
 
 namespace clitest {
 namespace {

@@ -5,9 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "bands.hpp"
 #include "clikit.hpp"
-#include "dataset.hpp"
+#include "image/bands.hpp"
+#include "image/dataset.hpp"
 
 namespace clitest {
 namespace {

@@ -7,11 +7,11 @@
 
 #include <kslib.h>
 
-#include "bands.hpp"
 #include "clikit.hpp"
-#include "dataset.hpp"
-#include "entries.hpp"
-#include "quantized.hpp"
+#include "image/bands.hpp"
+#include "image/dataset.hpp"
+#include "image/entries.hpp"
+#include "image/quantized.hpp"
 
 namespace clitest {
 namespace {

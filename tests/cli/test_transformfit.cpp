@@ -12,9 +12,9 @@
 #include <kslib.h>
 
 #include "clikit.hpp"
-#include "dataset.hpp"
 #include "eigencheck.hpp"
-#include "noisecovariance.hpp"
+#include "image/dataset.hpp"
+#include "transform/noisecovariance.hpp"
 
 namespace clitest {
 namespace {

@@ -10,10 +10,10 @@
 #include <limits>
 #include <sstream>
 
-#include "bands.hpp"
 #include "clikit.hpp"
-#include "dataset.hpp"
-#include "entries.hpp"
+#include "image/bands.hpp"
+#include "image/dataset.hpp"
+#include "image/entries.hpp"
 #include "speckit.hpp"
 
 namespace clitest {

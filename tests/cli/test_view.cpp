@@ -9,8 +9,8 @@
 #include <cstring>
 #include <sstream>
 
+#include "geometry/viewgeometry.hpp"
 #include "speckit.hpp"
-#include "viewgeometry.hpp"
 
 namespace clitest {
 namespace {

@@ -10,8 +10,8 @@
 #include <nlohmann/json.hpp>
 
 #include "clikit.hpp"
-#include "dataset.hpp"
-#include "quantized.hpp"
+#include "image/dataset.hpp"
+#include "image/quantized.hpp"
 
 namespace clitest {
 namespace {
