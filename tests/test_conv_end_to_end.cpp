@@ -14,20 +14,13 @@
 #include <string>
 #include <vector>
 
-#include "tempfolder.hpp"
+#include "embedded.hpp"
 
 using namespace kit;
 
 namespace {
 
 constexpr double kMaskedValue = -1.23e34;
-
-std::vector<std::string> reports;
-
-void collect(void*, int nCode, int nSeverity, const char* szText) {
-    reports.push_back(std::to_string(nCode) + "/" + std::to_string(nSeverity) + " " + szText);
-}
-void collectDebug(void*, const char* szText) { reports.emplace_back(szText); }
 
 // ---- libraries and tables as they are ----
 
@@ -150,19 +143,7 @@ double meanOver(const Table& table, const std::vector<double>& wavelengths, cons
 
 // ---- the same through the library ----
 
-struct ConvEndToEnd : testing::Test {
-    TempFolder folder;
-
-    void SetUp() override {
-        reports.clear();
-        KSHostSetErrorHandler(collect, nullptr);
-        KSHostSetDebugHandler(collectDebug, nullptr);
-    }
-    void TearDown() override {
-        KSHostSetErrorHandler(nullptr, nullptr);
-        KSHostSetDebugHandler(nullptr, nullptr);
-    }
-};
+using ConvEndToEnd = EmbeddedTest;
 
 std::vector<std::string> targets;  // of the spectra that came back last
 

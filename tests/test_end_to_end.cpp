@@ -20,32 +20,14 @@
 #include <csignal>
 
 #include "datasets.hpp"
-#include "tempfolder.hpp"
+#include "embedded.hpp"
 #include "windows.hpp"
 
 using namespace kit;
 
 namespace {
 
-std::vector<std::string> reports;
-
-void collect(void*, int nCode, int nSeverity, const char* szText) {
-    reports.push_back(std::to_string(nCode) + "/" + std::to_string(nSeverity) + " " + szText);
-}
-
-struct EndToEnd : testing::Test {
-    TempFolder folder;
-
-    void SetUp() override {
-        reports.clear();
-        KSHostSetErrorHandler(collect, nullptr);
-        KSHostResetErrorCount();
-    }
-    void TearDown() override {
-        EXPECT_EQ(KSHostErrorCount(), 0);
-        KSHostSetErrorHandler(nullptr, nullptr);
-    }
-};
+using EndToEnd = EmbeddedTest;
 
 // ---- creating and reopening ----
 

@@ -18,11 +18,6 @@ namespace {
 
 constexpr int kMost = std::numeric_limits<int>::max();
 
-const auto drop = [](auto*& array) {
-    std::free(array);
-    array = nullptr;
-};
-
 struct CodebookTest : LibraryTest {
     KSCbk codebook{};
 

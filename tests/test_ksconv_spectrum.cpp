@@ -87,10 +87,6 @@ TEST_F(KSConvSpecTest, RefusesRecordsThatLackTheirArrays) {
         EXPECT_EQ(KSConvSpec(from.get(), to.get(), coeffs.get(), 1, first.data(), 1), 1);
         expectReports({report}, report.format);
     };
-    const auto drop = [](auto*& array) {
-        std::free(array);
-        array = nullptr;
-    };
     expectRefused([](KSSpectrum& from, KSSpectrum&, KSConvCoeffs&) { from.pMeas->dim = 10; },
                   failure("%s: pSpectrumIn->pMeas holds fewer than nNumMeasVals values.\n", label));
     expectRefused(

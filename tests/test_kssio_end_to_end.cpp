@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "embedded.hpp"
 #include "spectra.hpp"
-#include "tempfolder.hpp"
 #include "windows.hpp"
 
 using namespace kit;
@@ -26,25 +26,7 @@ using Names = std::vector<std::string>;
 constexpr int kNative = 3;
 constexpr int kLibraryType = 29;
 
-Names reports;
-
-void collect(void*, int nCode, int nSeverity, const char* szText) {
-    reports.push_back(std::to_string(nCode) + "/" + std::to_string(nSeverity) + " " + szText);
-}
-
-struct SpectraEndToEnd : testing::Test {
-    TempFolder folder;
-
-    void SetUp() override {
-        reports.clear();
-        KSHostSetErrorHandler(collect, nullptr);
-        KSHostResetErrorCount();
-    }
-    void TearDown() override {
-        EXPECT_EQ(KSHostErrorCount(), 0);
-        KSHostSetErrorHandler(nullptr, nullptr);
-    }
-};
+using SpectraEndToEnd = EmbeddedTest;
 
 std::string bytesOf(const std::string& path) {
     std::ostringstream bytes;

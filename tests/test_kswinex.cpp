@@ -239,10 +239,6 @@ TEST_F(KSResizeWinExTest, ChecksTheRecordAsItStandsInOrder) {
         EXPECT_EQ(host().reports, (Reports{report}));
         expectEmpty();
     };
-    const auto drop = [](auto*& array) {
-        std::free(array);
-        array = nullptr;
-    };
     // Each breaks its own check and all later ones.
     const auto samples = [&] { drop(window.pafSamples); };
     const auto starts = [&] { samples(), drop(window.papafStart); };

@@ -18,11 +18,6 @@ namespace {
 using Indexes = std::vector<std::uint16_t>;
 constexpr int kMost = std::numeric_limits<int>::max();
 
-const auto drop = [](auto*& array) {
-    std::free(array);
-    array = nullptr;
-};
-
 struct IndexTest : LibraryTest {
     KSWinIM window{};
 

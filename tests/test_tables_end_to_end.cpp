@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "embedded.hpp"
 #include "lookuptables.hpp"
-#include "tempfolder.hpp"
 
 using namespace kit;
 
@@ -23,9 +23,6 @@ namespace {
 constexpr int kRead = 0;
 constexpr int kWrite = 1;
 constexpr int kWavelengths = 2151;
-
-std::vector<std::string> reports;
-void collect(void*, int, int, const char* szText) { reports.emplace_back(szText); }
 
 /// Spectrum records that lie together, as transfers take them.
 class Spectra {
@@ -49,20 +46,13 @@ private:
 };
 
 /// Every test runs on a native file and on an image with its sidecar.
-struct TablesEndToEnd : testing::TestWithParam<bool> {
-    TempFolder folder;
+struct TablesEndToEnd : EmbeddedTest, testing::WithParamInterface<bool> {
     std::string name = folder.path(GetParam() ? "cube.img" : "tables.ksl");
     std::string store = GetParam() ? name + ".ks" : name;
 
-    void SetUp() override {
-        reports.clear();
-        KSHostSetErrorHandler(collect, nullptr);
-        KSHostResetErrorCount();
-    }
     void TearDown() override {
         EXPECT_EQ(reports, std::vector<std::string>());
-        EXPECT_EQ(KSHostErrorCount(), 0);
-        KSHostSetErrorHandler(nullptr, nullptr);
+        EmbeddedTest::TearDown();
     }
     HostFile* create() const {
         const std::array<int, 4> channels = {0, 0, 0, 2};

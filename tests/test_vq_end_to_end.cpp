@@ -12,19 +12,12 @@
 #include <vector>
 
 #include "datasets.hpp"
-#include "tempfolder.hpp"
+#include "embedded.hpp"
 #include "windows.hpp"
 
 using namespace kit;
 
 namespace {
-
-std::vector<std::string> reports;
-
-void collect(void*, int nCode, int nSeverity, const char* szText) {
-    reports.push_back(std::to_string(nCode) + "/" + std::to_string(nSeverity) + " " + szText);
-}
-void collectDebug(void*, const char* szText) { reports.emplace_back(szText); }
 
 constexpr int kWidth = 17;
 constexpr int kHeight = 9;
@@ -111,22 +104,13 @@ void describe(KSDataSet& dataSet) {
     ASSERT_EQ(KSAddRadTrans(&dataSet, transform), 0);
 }
 
-struct VqEndToEnd : testing::TestWithParam<std::tuple<const char*, int>> {
-    TempFolder folder;
+struct VqEndToEnd : EmbeddedTest, testing::WithParamInterface<std::tuple<const char*, int>> {
     std::string name = folder.path(std::get<0>(GetParam()));
     int type = std::get<1>(GetParam());
 
-    void SetUp() override {
-        reports.clear();
-        KSHostSetErrorHandler(collect, nullptr);
-        KSHostSetDebugHandler(collectDebug, nullptr);
-        KSHostResetErrorCount();
-    }
     void TearDown() override {
         EXPECT_EQ(reports, std::vector<std::string>());
-        EXPECT_EQ(KSHostErrorCount(), 0);
-        KSHostSetErrorHandler(nullptr, nullptr);
-        KSHostSetDebugHandler(nullptr, nullptr);
+        EmbeddedTest::TearDown();
     }
 
     void make() {

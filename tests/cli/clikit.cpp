@@ -118,6 +118,13 @@ void CliTest::write(const std::string& name, const std::string& bytes) const {
 }
 std::string CliTest::read(const std::string& name) const { return contents(dir_ / name); }
 
+std::vector<float> CliTest::floats(const std::string& name) const {
+    const std::string bytes = read(name);
+    std::vector<float> values(bytes.size() / sizeof(float));
+    std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
+    return values;
+}
+
 void writeCube(const fs::path& name, const Cube& cube) {
     std::string bytes;
     for (int y = 0; y < cube.height; ++y) {
@@ -173,6 +180,22 @@ Picture readPicture(const fs::path& name) {
     picture.width = static_cast<int>(image.width);
     picture.height = static_cast<int>(image.height);
     return picture;
+}
+
+std::vector<std::vector<std::string>> cellsOf(const std::string& csv) {
+    std::vector<std::vector<std::string>> rows;
+    std::istringstream lines(csv);
+    for (std::string line; std::getline(lines, line);) {
+        rows.emplace_back(1);
+        for (const char c : line) {
+            if (c == ',') {
+                rows.back().emplace_back();
+            } else {
+                rows.back().back() += c;
+            }
+        }
+    }
+    return rows;
 }
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }

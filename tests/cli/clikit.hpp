@@ -40,6 +40,8 @@ protected:
     std::vector<std::string> files() const;
     void write(const std::string& name, const std::string& bytes) const;
     std::string read(const std::string& name) const;
+    /// The float32 samples of a raw file.
+    std::vector<float> floats(const std::string& name) const;
 
 private:
     fs::path dir_;
@@ -66,6 +68,9 @@ struct Picture {
     std::vector<int> at(int x, int y) const;
 };
 Picture readPicture(const fs::path& name);
+
+/// The cells of CSV without quotes, row by row.
+std::vector<std::vector<std::string>> cellsOf(const std::string& csv);
 
 bool contains(const std::string& text, const std::string& part);
 int count(const std::string& text, const std::string& part);

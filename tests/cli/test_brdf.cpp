@@ -12,12 +12,12 @@
 #include <nlohmann/json.hpp>
 
 #include "clikit.hpp"
+#include "polynomial.hpp"
 
 namespace clitest {
 namespace {
 
 using Json = nlohmann::json;
-using Exact = long double;
 
 constexpr double kNoData = -9999;
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -37,65 +37,20 @@ struct Samples {
     }
 };
 
-// ---- least squares, by the normal equations in columns scaled to -1..1 ----
-
-std::vector<Exact> solved(std::vector<std::vector<Exact>> a, std::vector<Exact> b) {
-    const std::size_t n = b.size();
-    for (std::size_t k = 0; k < n; ++k) {
-        std::size_t pivot = k;
-        for (std::size_t i = k; i < n; ++i) {
-            if (std::abs(a[i][k]) > std::abs(a[pivot][k])) pivot = i;
-        }
-        std::swap(a[k], a[pivot]);
-        std::swap(b[k], b[pivot]);
-        for (std::size_t i = k + 1; i < n; ++i) {
-            const Exact share = a[i][k] / a[k][k];
-            for (std::size_t j = k; j < n; ++j) a[i][j] -= share * a[k][j];
-            b[i] -= share * b[k];
-        }
-    }
-    for (std::size_t k = n; k-- > 0;) {
-        for (std::size_t j = k + 1; j < n; ++j) b[k] -= a[k][j] * b[j];
-        b[k] /= a[k][k];
-    }
-    return b;
-}
-
+/// The trend that values at columns first, first + 1, ... follow, and its own mean.
 class Fit {
 public:
-    /// Of values at columns first, first + 1, ...; those that are not-a-number are left out.
-    Fit(const std::vector<double>& values, int first, int order)
-        : middle_(first + static_cast<Exact>(values.size() - 1) / 2), half_(static_cast<Exact>(values.size() - 1) / 2) {
-        const std::size_t n = static_cast<std::size_t>(order) + 1;
-        std::vector<std::vector<Exact>> a(n, std::vector<Exact>(n));
-        std::vector<Exact> b(n);
+    Fit(const std::vector<double>& values, int first, int order) : polynomial_(values, first, order) {
         for (std::size_t k = 0; k < values.size(); ++k) {
-            if (std::isnan(values[k])) continue;
-            const Exact s = (first + static_cast<Exact>(k) - middle_) / half_;
-            for (std::size_t i = 0; i < n; ++i) {
-                for (std::size_t j = 0; j < n; ++j) a[i][j] += std::pow(s, static_cast<Exact>(i + j));
-                b[i] += std::pow(s, static_cast<Exact>(i)) * static_cast<Exact>(values[k]);
-            }
-        }
-        coefficients_ = solved(a, b);
-        for (std::size_t k = 0; k < values.size(); ++k) {
-            mean_ += at(first + static_cast<int>(k)) / static_cast<Exact>(values.size());
+            mean_ += polynomial_.at(first + static_cast<int>(k)) / static_cast<kit::Exact>(values.size());
         }
     }
-    Exact at(int column) const {
-        Exact sum = 0;
-        for (std::size_t p = 0; p < coefficients_.size(); ++p) {
-            sum += coefficients_[p] * std::pow((column - middle_) / half_, static_cast<Exact>(p));
-        }
-        return sum;
-    }
-    double change(int column) const { return static_cast<double>(at(column) - mean_); }
+    double change(int column) const { return static_cast<double>(polynomial_.at(column) - mean_); }
     double mean() const { return static_cast<double>(mean_); }
 
 private:
-    Exact middle_, half_;
-    Exact mean_ = 0;
-    std::vector<Exact> coefficients_;
+    kit::Polynomial polynomial_;
+    kit::Exact mean_ = 0;
 };
 
 /// Means of the columns of a rectangle, without values that are not-a-number.

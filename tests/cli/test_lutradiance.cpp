@@ -39,21 +39,15 @@ struct Grid {
 };
 
 struct Table {
-    std::vector<std::string> remarks;
     std::vector<std::string> header;
     std::vector<std::vector<double>> rows;
 };
 
 Table parseCsv(const std::string& text) {
     Table table;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        std::vector<std::string> cells;
-        std::istringstream stream(line);
-        for (std::string cell; std::getline(stream, cell, ',');) cells.push_back(cell);
-        if (line[0] == '#') {
-            table.remarks.push_back(line);
-        } else if (table.header.empty()) {
+    for (const std::vector<std::string>& cells : cellsOf(text)) {
+        if (cells[0][0] == '#') continue;
+        if (table.header.empty()) {
             table.header = cells;
         } else {
             table.rows.emplace_back();

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <fstream>
 #include <limits>
 
@@ -141,13 +140,6 @@ protected:
         return cube;
     }
     Cube plainCube() const { return cubeOf({450, 500, 550, 600, 700, 800, 1000, 1200, 1600, 2200}, point_); }
-
-    std::vector<float> floats(const std::string& name) const {
-        const std::string bytes = read(name);
-        std::vector<float> values(bytes.size() / sizeof(float));
-        std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
-        return values;
-    }
 
     /// The result holds the known reflectances; in the bands listed nothing.
     void expectKnown(const Cube& cube, const std::string& name, const std::vector<int>& empty = {},

@@ -1,4 +1,3 @@
-#include <sstream>
 
 #include <nlohmann/json.hpp>
 
@@ -22,28 +21,13 @@ protected:
             "data offset values = {1, 1, 1, 1, 1, 1, 1, 1, 2}\n";
         writeCube(dir() / "cube.img", cube);
     }
-    std::vector<std::vector<std::string>> table(const std::string& name) const {
-        std::vector<std::vector<std::string>> rows;
-        std::istringstream text(read(name));
-        for (std::string line; std::getline(text, line);) {
-            rows.emplace_back(1);
-            for (char c : line) {
-                if (c == ',') {
-                    rows.back().emplace_back();
-                } else {
-                    rows.back().back() += c;
-                }
-            }
-        }
-        return rows;
-    }
 };
 
 TEST_F(Spectrum, TableHoldsStoredValuesAtLevelZero) {
     makeCube();
     const Result result = ks({"spectrum", "cube.img", "2,1", "3,0", "out.csv", "--level", "0"});
     ASSERT_EQ(result.status, 0) << result.err;
-    const auto rows = table("out.csv");
+    const auto rows = cellsOf(read("out.csv"));
     ASSERT_EQ(rows.size(), 10U);
     EXPECT_EQ(rows[0], (std::vector<std::string>{"band", "wavelength_nm", "fwhm_nm", "quality", "x2_y1", "x3_y0"}));
     EXPECT_EQ(rows[1], (std::vector<std::string>{"1", "400", "", "plot", "12", "3"}));
@@ -54,7 +38,7 @@ TEST_F(Spectrum, TableHoldsStoredValuesAtLevelZero) {
 TEST_F(Spectrum, HighestLevelIsTheDefaultAndNoDataIsEmpty) {
     makeCube();
     ASSERT_EQ(ks({"spectrum", "cube.img", "1,1", "out.csv"}).status, 0);
-    const auto rows = table("out.csv");
+    const auto rows = cellsOf(read("out.csv"));
     EXPECT_EQ(rows[1][4], "6.5");     // 11 * 0.5 + 1
     EXPECT_EQ(rows[4][4], "");        // stored 311, the no-data value
     EXPECT_EQ(rows[9][4], "204.75");  // 811 * 0.25 + 2
@@ -77,7 +61,7 @@ TEST_F(Spectrum, JsonTellsQuantityAndPixels) {
 TEST_F(Spectrum, GoodLeavesBadBandsOut) {
     makeCube();
     ASSERT_EQ(ks({"spectrum", "cube.img", "0,0", "out.csv", "--good"}).status, 0);
-    const auto rows = table("out.csv");
+    const auto rows = cellsOf(read("out.csv"));
     ASSERT_EQ(rows.size(), 9U);
     EXPECT_EQ(rows[5][0], "6");
 }

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <sstream>
 
 #include "clikit.hpp"
 
@@ -116,21 +115,6 @@ protected:
             EXPECT_NEAR(variance, e.covariance[b][b], kTolerance * scale * scale) << b;
         }
     }
-    std::vector<std::vector<std::string>> table(const std::string& text) const {
-        std::vector<std::vector<std::string>> rows;
-        std::istringstream lines(text);
-        for (std::string line; std::getline(lines, line);) {
-            rows.emplace_back(1);
-            for (char c : line) {
-                if (c == ',') {
-                    rows.back().emplace_back();
-                } else {
-                    rows.back().back() += c;
-                }
-            }
-        }
-        return rows;
-    }
 };
 
 TEST_F(Stats, NegativeValuesHaveTheirTrueMaximum) {
@@ -164,7 +148,7 @@ TEST_F(Stats, PixelsWithoutDataAreKeptOutAndCounted) {
     EXPECT_EQ(run({"--bands", "b1,b3"})["excluded"], 1);
     const Result text = ks({"stats", "cube.img"});
     EXPECT_TRUE(contains(text.out, "114 valid samples; 3 of 117 pixels excluded for lack of data\n")) << text.out;
-    const auto rows = table(ks({"stats", "cube.img", "--format", "csv"}).out);
+    const auto rows = cellsOf(ks({"stats", "cube.img", "--format", "csv"}).out);
     ASSERT_EQ(rows.size(), 5U);
     EXPECT_EQ(rows[0],
               (std::vector<std::string>{"band", "wavelength_nm", "samples", "excluded", "min", "max", "mean", "sd"}));
@@ -281,7 +265,7 @@ TEST_F(Stats, MatricesAreWrittenForPeopleAndForNumPy) {
               0);
     const Expected e = statisticsOf(samplesOf(everywhere));
     const std::vector<std::size_t> order = {2, 0, 1};
-    const auto rows = table(read("cov.csv"));
+    const auto rows = cellsOf(read("cov.csv"));
     ASSERT_EQ(rows.size(), 4U);
     EXPECT_EQ(rows[0], (std::vector<std::string>{"b3", "b1", "b2"}));
     const std::string bytes = read("cor.npy");
@@ -313,8 +297,8 @@ TEST_F(Stats, BandThatDoesNotVaryHasNoDeviationAndNoCorrelation) {
     EXPECT_EQ(whole["bands"][1]["sd"], 0.0);
     EXPECT_EQ(whole["bands"][1]["min"], 0.1);
     EXPECT_EQ(whole["bands"][1]["mean"].get<double>(), static_cast<double>(0.1F));
-    const auto covariances = table(read("cov.csv"));
-    const auto correlation = table(read("cor.csv"));
+    const auto covariances = cellsOf(read("cov.csv"));
+    const auto correlation = cellsOf(read("cor.csv"));
     EXPECT_EQ(covariances[2], (std::vector<std::string>{"0", "0", "0", "0"}));
     EXPECT_EQ(correlation[2], (std::vector<std::string>{"nan", "nan", "nan", "nan"}));
     EXPECT_EQ(correlation[1][1], "nan");
@@ -337,9 +321,9 @@ TEST_F(Stats, BandsWithoutDataAreLeftOutAndSaid) {
     const Expected e = statisticsOf(samplesOf([](int, int y) { return y >= 6; }));
     EXPECT_EQ(whole["bands"][3]["max"], e.max[3]);
     EXPECT_NEAR(whole["bands"][2]["mean"], e.mean[2], 1e-9);
-    EXPECT_EQ(table(read("cov.csv"))[0], (std::vector<std::string>{"b1", "b3", "b4"}));
+    EXPECT_EQ(cellsOf(read("cov.csv"))[0], (std::vector<std::string>{"b1", "b3", "b4"}));
     EXPECT_TRUE(contains(ks({"stats", "cube.img"}).out, "no data\n"));
-    EXPECT_EQ(table(ks({"stats", "cube.img", "--format", "csv"}).out)[2],
+    EXPECT_EQ(cellsOf(ks({"stats", "cube.img", "--format", "csv"}).out)[2],
               (std::vector<std::string>{"2", "600.5", "0", "117", "", "", "", ""}));
 }
 

@@ -6,10 +6,8 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <fstream>
-#include <sstream>
 
 #include "app/report.hpp"
 #include "geometry/sunposition.hpp"
@@ -66,17 +64,6 @@ double daysSinceNoon2000(int year, int month, int day, double hours) {
     return (static_cast<double>(timegm(&parts)) - kNoon2000) / 86400 + hours / 24;
 }
 
-std::vector<std::vector<std::string>> cellsOf(const std::string& csv) {
-    std::vector<std::vector<std::string>> rows;
-    std::istringstream lines(csv);
-    for (std::string line; std::getline(lines, line);) {
-        rows.emplace_back();
-        std::istringstream cells(line);
-        for (std::string cell; std::getline(cells, cell, ',');) rows.back().push_back(cell);
-    }
-    return rows;
-}
-
 constexpr std::size_t kZenith = 3;
 constexpr std::size_t kAzimuth = 4;
 constexpr std::size_t kState = 5;
@@ -102,12 +89,6 @@ protected:
         EXPECT_EQ(result.status, 1) << result.out;
         EXPECT_EQ(result.out, "");
         return result.err;
-    }
-    std::vector<float> samples(const std::string& name) const {
-        const std::string bytes = read(name);
-        std::vector<float> values(bytes.size() / sizeof(float));
-        std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
-        return values;
     }
 };
 
@@ -324,7 +305,7 @@ TEST_F(Sun, EveryPixelOfAMapHasItsAngles) {
     writeCube(path("cube.img"), cube);
     const Result result = ks({"sun", "cube.img", "-o", "angles.img"});
     ASSERT_EQ(result.status, 0) << result.err;
-    const std::vector<float> angles = samples("angles.img");
+    const std::vector<float> angles = floats("angles.img");
     ASSERT_EQ(angles.size(), 6U * 4U * 2U);
     for (int y = 0; y < 4; ++y) {
         for (int x = 0; x < 6; ++x) {

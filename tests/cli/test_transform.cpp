@@ -1,7 +1,6 @@
 // The transform commands. Parameter files are written here through the library's own writer, expected values computed
 // by plain loops.
 #include <cmath>
-#include <cstring>
 #include <fstream>
 #include <limits>
 
@@ -87,14 +86,6 @@ protected:
             }
         }
         return b;
-    }
-
-    // Float32 samples of an ENVI file that ks wrote, pixel after pixel.
-    std::vector<float> floats(const std::string& name) const {
-        const std::string bytes = read(name);
-        std::vector<float> values(bytes.size() / sizeof(float));
-        std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
-        return values;
     }
 
     void succeed(const std::vector<std::string>& arguments) const {

@@ -1,7 +1,6 @@
 // ks transform pca and mnf on images whose statistics are computed here by plain loops, and on noise that is known.
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -155,12 +154,6 @@ protected:
         EXPECT_EQ(files(), before);
     }
 
-    std::vector<float> floats(const std::string& name) const {
-        const std::string bytes = read(name);
-        std::vector<float> values(bytes.size() / sizeof(float));
-        std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
-        return values;
-    }
     Rows componentsOf(const std::string& name, std::size_t bands) const {
         const std::vector<float> values = floats(name);
         Rows rows;

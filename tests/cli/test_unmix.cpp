@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <sstream>
 
@@ -84,13 +83,6 @@ protected:
         CliTest::SetUp();
         writeCube(dir() / "scene.img", mixtureCube());
         write("lib.csv", tableOf(endmemberLibrary()));
-    }
-
-    std::vector<float> floats(const std::string& name) const {
-        const std::string bytes = read(name);
-        std::vector<float> values(bytes.size() / sizeof(float));
-        std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
-        return values;
     }
 
     Result succeed(std::vector<std::string> arguments) const {

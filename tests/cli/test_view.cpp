@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
-#include <sstream>
 
 #include "geometry/viewgeometry.hpp"
 #include "speckit.hpp"
@@ -58,17 +56,6 @@ void expectView(const View& found, const View& wanted, const std::string& where)
     EXPECT_LT(turnBetween(found.azimuth, wanted.azimuth) * std::sin(wanted.zenith * kDegree), 2e-5) << where;
 }
 
-std::vector<std::vector<std::string>> cellsOf(const std::string& csv) {
-    std::vector<std::vector<std::string>> rows;
-    std::istringstream lines(csv);
-    for (std::string line; std::getline(lines, line);) {
-        rows.emplace_back();
-        std::istringstream cells(line);
-        for (std::string cell; std::getline(cells, cell, ',');) rows.back().push_back(cell);
-    }
-    return rows;
-}
-
 class ViewAngles : public CliTest {
 protected:
     std::string failure(std::vector<std::string> arguments) const {
@@ -77,12 +64,6 @@ protected:
         EXPECT_EQ(result.status, 1) << result.out;
         EXPECT_EQ(result.out, "");
         return result.err;
-    }
-    std::vector<float> samples(const std::string& name) const {
-        const std::string bytes = read(name);
-        std::vector<float> values(bytes.size() / sizeof(float));
-        std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
-        return values;
     }
 };
 
@@ -226,7 +207,7 @@ TEST_F(ViewAngles, AreAnImageOfTwoBands) {
     ASSERT_EQ(ks({"synth", "scene.img", "--size", "16x8", "--bands", "8"}).status, 0);
     const Result result = ks({"view", "scene.img", "-o", "view.img", "--roll", "3", "--pitch", "-4"});
     ASSERT_EQ(result.status, 0) << result.err;
-    const std::vector<float> angles = samples("view.img");
+    const std::vector<float> angles = floats("view.img");
     ASSERT_EQ(angles.size(), 16U * 8U * 2U);
     for (int y = 0; y < 8; ++y) {
         for (int x = 0; x < 16; ++x) {

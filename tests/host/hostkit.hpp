@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <kshost.h>
 #include <kshost_app.h>
 
 #include <sys/resource.h>
@@ -134,6 +135,12 @@ inline std::string contentsOf(const std::string& path) {
 
 inline void write(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+inline int countShapes(HostLayer* layer) {
+    int count = 0;
+    for (int shape = GDBGetFirst(layer); shape != -1; shape = GDBGetNext(layer, shape)) ++count;
+    return count;
 }
 
 }  // namespace hosttest

@@ -22,6 +22,7 @@
 #include "otherprogram.hpp"
 #include "table.hpp"
 
+using hosttest::countShapes;
 using hosttest::Fault;
 using hosttest::FaultVfs;
 using hosttest::inChild;
@@ -78,12 +79,6 @@ long long bytesWritten() {
     while (file >> key >> count)
         if (key == "wchar:") return count;
     return 0;
-}
-
-int countShapes(HostLayer* layer) {
-    int count = 0;
-    for (int shape = GDBGetFirst(layer); shape != -1; shape = GDBGetNext(layer, shape)) ++count;
-    return count;
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "hostkit.hpp"
 #include "speclibrary.hpp"
 
+using hosttest::countShapes;
 using hosttest::Reports;
 using Texts = std::vector<std::string>;
 
@@ -51,12 +52,6 @@ Texts fieldNames(HostLayer* layer) {
     Texts names;
     for (int i = 0; i < GDBGetNumFields(layer); ++i) names.emplace_back(GDBGetFieldName(layer, i));
     return names;
-}
-
-int countShapes(HostLayer* layer) {
-    int count = 0;
-    for (int shape = GDBGetFirst(layer); shape != -1; shape = GDBGetNext(layer, shape)) ++count;
-    return count;
 }
 
 }  // namespace

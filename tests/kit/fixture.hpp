@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,12 @@
 namespace kit {
 
 using Names = std::vector<std::string>;
+
+/// Frees an array of a record and forgets it.
+inline constexpr auto drop = [](auto*& array) {
+    std::free(array);
+    array = nullptr;
+};
 
 class LibraryTest : public testing::Test {
 protected:
