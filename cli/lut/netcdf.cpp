@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include <kshost_app.h>
 #include <netcdf.h>
 
 #include "app/report.hpp"
@@ -51,6 +52,9 @@ std::string netcdfName(const std::string& text) {
 
 NetcdfReader::NetcdfReader(const std::string& name) : name_(name) {
     requireReadable(name, "netCDF file");
+    if (KSHostIsCutShort(name.c_str()) != 0) {
+        fail("{} ends before the data that its header announces. Get the whole file.", name);
+    }
     const int status = nc_open(name.c_str(), NC_NOWRITE, &file_);
     if (status != NC_NOERR) fail("{} cannot be opened as a netCDF file: {}.", name, nc_strerror(status));
     try {

@@ -97,6 +97,10 @@ KS_API int KSHostSetNoData(HostFile* fp, int nChan, double dValue);
  * is nothing to copy, or 0 after a report. */
 KS_API int KSHostCopyGeoreference(HostFile* fpSrc, HostFile* fpDst, const int* panWindow, int nXInt, int nYInt);
 
+/** Whether a classic netCDF file ends before the data that its header announces, as a copy that was broken off does:
+ *  the netCDF library reads zeros there. Returns 1, or 0 for whole files and those of other kinds. */
+KS_API int KSHostIsCutShort(const char* szFileName);
+
 /* ---- shapes on an image ---- */
 
 /** Polygons, lines and points of a GeoJSON file (.json, .geojson), an ESRI Shapefile (.shp) or a table (.csv), brought

@@ -348,7 +348,7 @@ std::unique_ptr<Raster> openEnvi(const std::string& path, const std::string& hea
         layout.path = path;
         if (!readEnviLayout(entries, layout, facts)) {
             const HeaderFile file{header, facts.headerText};
-            return openGdal(path, false, &file, why);
+            return openGdal(path, "ENVI", false, &file, why);
         }
         gatherThroughGdal(entries, facts);
         facts.defaultChannels = defaultBands(entries, facts.channels);

@@ -282,7 +282,7 @@ public:
         image.FlushCache(false);
         // What the file now says is what a later open will find.
         std::string why = messages.text("");
-        const auto reopened = why.empty() ? openGdal(path(), false, nullptr, why) : nullptr;
+        const auto reopened = why.empty() ? openGdal(path(), facts_.driver.c_str(), false, nullptr, why) : nullptr;
         if (reopened != nullptr) facts_.headerText = reopened->facts().headerText;
         return why;
     }
@@ -552,9 +552,10 @@ std::string describeFacts(const RasterFacts& facts) {
     return text;
 }
 
-std::unique_ptr<Raster> openGdal(const std::string& path, bool writable, const HeaderFile* header, std::string& why) {
+std::unique_ptr<Raster> openGdal(const std::string& path, const char* driver, bool writable, const HeaderFile* header,
+                                 std::string& why) {
     const GdalMessages messages;
-    const char* const drivers[] = {"GTiff", "PNG", "VRT", "ENVI", nullptr};
+    const char* const drivers[] = {driver, nullptr};
     GdalDataset dataset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, drivers, nullptr, nullptr));
     if (dataset == nullptr) return why = messages.text(""), nullptr;
     if (dataset->GetRasterCount() < 1) return why = "the file holds no image", nullptr;

@@ -16,6 +16,7 @@
 #include <fstream>
 #include <mutex>
 
+#include "classicnetcdf.hpp"
 #include "rasterformats.hpp"
 
 extern "C" {
@@ -77,7 +78,7 @@ void silenceHdf5() {
     if (setAutomatic != nullptr) setAutomatic(0, nullptr, nullptr);
 }
 
-enum class Signature { None, Tiff, Png, Hdf5, NetcdfClassic };
+enum class Signature { None, Tiff, Png, Vrt, Hdf5, NetcdfClassic };
 
 Signature signatureOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -99,7 +100,11 @@ Signature signatureOf(const std::string& path) {
         file.read(start.data(), start.size());
         if (startsWith("\x89HDF\r\n\x1a\n", 8)) return Signature::Hdf5;
     }
-    return Signature::None;
+    std::string text(1024, '\0');
+    file.clear();
+    file.seekg(0);
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    return text.find("<VRTDataset") != std::string::npos ? Signature::Vrt : Signature::None;
 }
 
 bool hasExtension(const std::string& path, std::initializer_list<const char*> extensions) {
@@ -127,6 +132,10 @@ std::string whyUnreadable(const std::string& path) {
 
 std::unique_ptr<Raster> openByContent(const ImageName& image, bool writable, std::string& why) {
     const Signature signature = signatureOf(image.path);
+    if (signature == Signature::NetcdfClassic && isCutShort(image.path)) {
+        why = "the file ends before the data that its header announces; get the whole file";
+        return nullptr;
+    }
     if (image.multidim) return openMultidim(image.path, image.variable, image.netcdf, why);
     switch (signature) {
         case Signature::Hdf5:
@@ -134,8 +143,11 @@ std::unique_ptr<Raster> openByContent(const ImageName& image, bool writable, std
         case Signature::NetcdfClassic:
             return openMultidim(image.path, {}, true, why);
         case Signature::Tiff:
+            return openGdal(image.path, "GTiff", writable, nullptr, why);
         case Signature::Png:
-            return openGdal(image.path, writable, nullptr, why);
+            return openGdal(image.path, "PNG", writable, nullptr, why);
+        case Signature::Vrt:
+            return openGdal(image.path, "VRT", writable, nullptr, why);
         case Signature::None:
             break;
     }
@@ -145,8 +157,6 @@ std::unique_ptr<Raster> openByContent(const ImageName& image, bool writable, std
         why = "this is a header: open the image that it belongs to";
         return nullptr;
     }
-    if (auto raster = openGdal(image.path, writable, nullptr, why)) return raster;
-    if (!why.empty()) return nullptr;
     why = "no image format known here (ENVI with a .hdr beside it, GeoTIFF, netCDF, HDF5, PNG, VRT)";
     for (const std::string& candidate : enviHeaderNames(image.path))
         if (pathExists(candidate)) why = candidate + " is no ENVI header: its first line must be ENVI";

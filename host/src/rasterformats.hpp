@@ -54,12 +54,14 @@ std::unique_ptr<Raster> openEnvi(const std::string& path, const std::string& hea
 std::unique_ptr<Raster> createEnvi(const std::string& path, int width, int height, int channels, int type,
                                    std::string& why);
 
-/// `header` is the ENVI header that an image of that format was found with, else null.
+/// By the one GDAL driver that the file's content calls for: others may take it for what lies beside it. `header` is
+/// the ENVI header that an image of that format was found with, else null.
 struct HeaderFile {
     std::string path;
     std::string text;
 };
-std::unique_ptr<Raster> openGdal(const std::string& path, bool writable, const HeaderFile* header, std::string& why);
+std::unique_ptr<Raster> openGdal(const std::string& path, const char* driver, bool writable, const HeaderFile* header,
+                                 std::string& why);
 std::unique_ptr<Raster> createGeoTiff(const std::string& path, int width, int height, int channels, int type,
                                       std::string& why);
 

@@ -34,7 +34,7 @@ int defineVariable(int file, const NcVariable& variable) {
 
 void writeNetcdf(const std::filesystem::path& name, const NcFile& file) {
     int id = -1;
-    require(nc_create(name.c_str(), NC_NETCDF4 | NC_CLOBBER, &id));
+    require(nc_create(name.c_str(), (file.isClassic ? NC_64BIT_OFFSET : NC_NETCDF4) | NC_CLOBBER, &id));
     for (const auto& [dimension, length] : file.dimensions) {
         int unused = 0;
         require(nc_def_dim(id, dimension.c_str(), length, &unused));

@@ -21,6 +21,7 @@ struct NcFile {
     std::vector<std::pair<std::string, std::size_t>> dimensions;
     std::vector<NcVariable> variables;
     std::map<std::string, std::string> texts;
+    bool isClassic = false;  // the format before netCDF-4
 };
 
 void writeNetcdf(const std::filesystem::path& name, const NcFile& file);

@@ -447,12 +447,18 @@ TEST_F(Lut, BadInputsAreNamed) {
     none.dimensions = {{"x", 2}};
     writeNetcdf(path("none.nc"), none);
     import("in.nc", "t.kslut");
+    NcFile classic = small();
+    classic.isClassic = true;
+    writeNetcdf(path("classic.nc"), classic);
+    import("classic.nc", "c.kslut");
+    write("short.nc", read("classic.nc").substr(0, read("classic.nc").size() - 8));
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"info", "absent.kslut"}, "absent.kslut: no such file"},
         {{"info", "empty.kslut"}, "empty.kslut is empty"},
         {{"info", "cube.img"}, "cube.img holds no look-up table"},
         {{"info", "t.kslut", "--segment", "7"}, "t.kslut has no table in segment 7; it has: 1 (q, 3 x 2 x 4)"},
         {{"import", "text.nc", "x.kslut"}, "text.nc cannot be opened as a netCDF file"},
+        {{"import", "short.nc", "x.kslut"}, "short.nc ends before the data that its header announces"},
         {{"import", "absent.nc", "x.kslut"}, "absent.nc: no such file"},
         {{"import", "none.nc", "x.kslut"}, "none.nc holds no variables"},
         {{"import", "in.nc", "x.kslut", "--variable", "r"}, "in.nc has no variable 'r'; it has: wl, a, b, q"},

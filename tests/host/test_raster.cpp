@@ -572,6 +572,25 @@ TEST(PngImage, IsReadAndNotWritten) {
     EXPECT_EQ("PNG images cannot be written here", raster->write({0, 0, 1, 1, 1, 1, {1}, {}}, &value));
 }
 
+TEST(OpenRaster, TheHeaderOfANamesakeMakesNoRawCubeOfAnotherFormat) {
+    hosttest::TemporaryFolder folder;
+    makeTiff(folder / "scene.tif", 20, 10, 1, GDT_Byte, {});
+    const DatasetPtr tiff(GDALDataset::Open((folder / "scene.tif").c_str()));
+    hosttest::write(folder / "scene.hdr", enviHeader(20, 10, 2, 4, "bsq"));
+    for (const std::string format : {"PNG", "VRT"}) {
+        const std::string path = folder / ("scene." + format);
+        DatasetPtr(GetGDALDriverManager()
+                       ->GetDriverByName(format.c_str())
+                       ->CreateCopy(path.c_str(), tiff.get(), 0, nullptr, nullptr, nullptr));
+        const auto raster = opened(path);
+        ASSERT_NE(nullptr, raster);
+        EXPECT_EQ(format, raster->facts().driver);
+        EXPECT_EQ(1, raster->facts().channels);
+        expectKnownSamples(*raster);
+    }
+    EXPECT_EQ("GTiff", opened(folder / "scene.tif")->facts().driver);
+}
+
 // ---- making images ----
 
 std::unique_ptr<Raster> created(const std::string& name, int width, int height, int channels, int type) {
