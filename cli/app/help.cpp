@@ -1,10 +1,13 @@
 #include "app/help.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <sstream>
-#include <vector>
+#include <utility>
 
 #include <fmt/format.h>
+
+#include "app/staging.hpp"
 
 namespace kscli {
 namespace {
@@ -83,11 +86,21 @@ CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most) {
     return CLI::Validator(check, "");
 }
 
+CLI::Validator endingIn(std::vector<std::string> extensions) {
+    const auto check = [extensions = std::move(extensions)](const std::string& name) -> std::string {
+        const std::string extension = lowerExtension(name);
+        if (std::find(extensions.begin(), extensions.end(), extension) != extensions.end()) return "";
+        return fmt::format("{} must end in {}", name, fmt::join(extensions, " or "));
+    };
+    return CLI::Validator(check, "");
+}
+
 std::string explain(const CLI::App& app, const CLI::ParseError& error) {
-    const std::vector<CLI::App*> chosen = app.get_subcommands();
-    if (!chosen.empty()) {
-        return fmt::format("{}.\nRun 'ks {} --help' to see how it is used.", error.what(), chosen[0]->get_name());
+    std::string command;
+    for (auto chosen = app.get_subcommands(); !chosen.empty(); chosen = chosen[0]->get_subcommands()) {
+        command += chosen[0]->get_name() + " ";
     }
+    if (!command.empty()) return fmt::format("{}.\nRun 'ks {}--help' to see how it is used.", error.what(), command);
     const std::string word = unknownCommand(app);
     const std::string what = word.empty() ? "no command is given" : fmt::format("'{}' is not a command", word);
     return fmt::format("{}; choose one of: {}.\nRun 'ks --help' for what they do.", what, commandNames(app));

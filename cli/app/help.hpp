@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace kscli {
 
@@ -21,6 +22,8 @@ public:
 
 /// Accepts whole numbers of a range only; says which when it refuses one.
 CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most = INT_MAX);
+/// Accepts names of files whose last four or so letters, such as ".svg", say what is to be written.
+CLI::Validator endingIn(std::vector<std::string> extensions);
 
 /// What is wrong with a command line, and where help is.
 std::string explain(const CLI::App& app, const CLI::ParseError& error);

@@ -129,8 +129,6 @@ class Reports {
 public:
     Reports(const DataSet& image, const std::vector<int>& bands, const Options& options)
         : plotted_(bandToPlot(image, bands, options.plotBand)) {
-        requireExtension(options.plot, {".svg", ".png"}, "plots are written as .svg or .png");
-        requireExtension(options.report, {".csv", ".json"}, "reports are written as .csv or .json");
         for (const std::string& name : {options.plot, options.report}) {
             if (!name.empty() && name == options.output) fail("{} is named for two outputs.", name);
         }
@@ -149,12 +147,6 @@ public:
     }
 
 private:
-    static void requireExtension(const std::string& name, const std::vector<std::string>& allowed,
-                                 const std::string& rule) {
-        if (name.empty()) return;
-        const std::string extension = lowerExtension(name);
-        if (std::find(allowed.begin(), allowed.end(), extension) == allowed.end()) fail("{}: {}.", name, rule);
-    }
     static std::unique_ptr<Staging> stage(const DataSet& image, const std::string& name, const Options& options) {
         if (name.empty()) return nullptr;
         refuseImageFiles(image, options.input, name);
@@ -297,6 +289,7 @@ void addBrdf(CLI::App& app, Command& chosen) {
         ->capture_default_str();
     CLI::Option* plot =
         command->add_option("--plot", options->plot, "Draw column means before and after, and the trend: .svg or .png")
+            ->check(endingIn({".svg", ".png"}))
             ->type_name("FILE");
     command
         ->add_option("--plot-band", options->plotBand, "The band to draw; default: the one shown as red, or the first")
@@ -305,6 +298,7 @@ void addBrdf(CLI::App& app, Command& chosen) {
     command
         ->add_option("--report", options->report,
                      "Write each band's mean, trend before and after, and largest change: .csv or .json")
+        ->check(endingIn({".csv", ".json"}))
         ->type_name("FILE");
     command->add_flag("--json", options->json, "Print that as JSON");
     command->add_flag("--force", options->force, "Replace outputs if they exist");

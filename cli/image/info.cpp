@@ -299,7 +299,8 @@ std::string noDataText(const Json& noData) {
 
 void printText(const DataSet& dataSet, const Json& info, const Options& options) {
     fmt::print("{}\n", options.cube);
-    printRow("size", fmt::format("{} x {} pixels, {} bands", dataSet->nXSize, dataSet->nYSize, dataSet.bandCount()));
+    printRow("size", fmt::format("{} x {} pixels, {} band{}", dataSet->nXSize, dataSet->nYSize, dataSet.bandCount(),
+                                 dataSet.bandCount() == 1 ? "" : "s"));
     printRow("stored as", layoutText(info));
     if (const Json& cube = info["quantized"]; !cube.is_null()) {
         printRow("quantized", fmt::format("{} code vectors, {} bits an index", cube["code_vectors"].get<int>(),

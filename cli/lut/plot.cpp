@@ -136,7 +136,9 @@ void addLutPlot(CLI::App& lut, Command& chosen) {
     auto options = std::make_shared<Options>();
     CLI::App* command = lut.add_subcommand("plot", "Draw values of a table along one axis");
     command->add_option("FILE", options->file, "The file with the table")->required();
-    command->add_option("OUT", options->output, "The plot, .svg or .png")->required();
+    command->add_option("OUT", options->output, "The plot: .svg or .png")
+        ->required()
+        ->check(endingIn({".svg", ".png"}));
     command->add_option("--segment", options->segment, "Which table, by its segment; default: the only one")
         ->check(wholeNumber(1))
         ->type_name("N");

@@ -238,7 +238,9 @@ void addLutInterp(CLI::App& lut, Command& chosen) {
         ->type_name("FILE");
     command->add_option("-o,--output", options->output, "Write the CSV here; default: standard output")
         ->type_name("FILE");
-    command->add_option("--plot", options->plot, "Also draw the spectra, .svg or .png")->type_name("FILE");
+    command->add_option("--plot", options->plot, "Also draw the spectra: .svg or .png")
+        ->check(endingIn({".svg", ".png"}))
+        ->type_name("FILE");
     command->add_flag("--extrapolate", options->extrapolate,
                       "Continue the table linearly where a coordinate lies outside of it; refused otherwise");
     command->add_flag("--force", options->force, "Replace outputs that exist");

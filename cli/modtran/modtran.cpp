@@ -295,11 +295,8 @@ void addTape7(CLI::App& modtran, Command& chosen) {
     command->add_option("FILE", options->input, "The tape7 file")->required();
     command->add_option("-o,--output", options->output, "Write the table as CSV")->type_name("FILE");
     command->add_option("--plot", options->plot, "Draw it over wavelength: .svg or .png")
-        ->type_name("FILE")
-        ->check([](const std::string& name) {
-            const std::string extension = lowerExtension(name);
-            return extension == ".svg" || extension == ".png" ? std::string() : name + " must end in .svg or .png";
-        });
+        ->check(endingIn({".svg", ".png"}))
+        ->type_name("FILE");
     command->add_option("--columns", options->columns, "Columns to take, by their names in the heading: A,B,...")
         ->delimiter(',')
         ->type_name("LIST")

@@ -259,6 +259,35 @@ void checkNumbers(const Options& options) {
     }
 }
 
+[[noreturn]] void failWithoutRadiance(const std::string& file) {
+    fail(
+        "{} holds no radiance table: those have nine axes and two values ('ks lut info' shows what it has; 'ks lut "
+        "import --radiance' makes one).",
+        file);
+}
+
+/// The segment to use: the one that is asked for, or that of the only radiance table, whatever other tables lie beside
+/// it; 0 where that leaves a choice or nothing.
+int radianceSegment(HostFile* file, const Options& options) {
+    if (options.segment != 0) return options.segment;
+    std::vector<int> segments;
+    for (int segment : tableSegments(file)) {
+        try {
+            if (LookupTable::open(file, options.table, segment).isRadianceTable()) segments.push_back(segment);
+        } catch (const Failure&) {
+            continue;  // never completed
+        }
+    }
+    if (segments.empty() && tableSegments(file).size() > 1) failWithoutRadiance(options.table);
+    return segments.size() == 1 ? segments[0] : 0;
+}
+
+LookupTable openRadianceTable(HostFile* file, const Options& options) {
+    LookupTable table = LookupTable::open(file, options.table, radianceSegment(file, options));
+    if (!table.isRadianceTable()) failWithoutRadiance(options.table);
+    return table;
+}
+
 void run(const Options& options) {
     checkNumbers(options);
     const DataSet image = DataSet::open(options.input);
@@ -273,13 +302,7 @@ void run(const Options& options) {
     const Radiance radiance = chooseRadiance(image, options);
     plan.level = radiance.level;
     const OpenHostFile tableFile = openTableFile(options.table, "r");
-    const LookupTable table = LookupTable::open(tableFile.get(), options.table, options.segment);
-    if (!table.isRadianceTable()) {
-        fail(
-            "{} holds no radiance table: those have nine axes and two values ('ks lut info' shows what it has; 'ks lut "
-            "import --radiance' makes one).",
-            options.table);
-    }
+    const LookupTable table = openRadianceTable(tableFile.get(), options);
     const TablePoint point = choosePoint(table, image, options.atmosphere);
     const ReflectanceLevels levels = readLevels(table, point.coordinates, options.extrapolate);
     const BandCoefficients bands = coefficientsOf(table, image, plan.bands, levels);
@@ -316,7 +339,7 @@ void addReflectance(CLI::App& app, Command& chosen) {
     command->add_option("--lut", options->table, "A file with a radiance table, as 'ks lut import --radiance' makes it")
         ->required()
         ->type_name("LUT");
-    command->add_option("--segment", options->segment, "Which of the file's tables; default: its only one")
+    command->add_option("--segment", options->segment, "Which of the file's tables; default: its only radiance table")
         ->check(wholeNumber(1))
         ->option_text("N");
     command

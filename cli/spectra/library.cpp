@@ -307,8 +307,6 @@ std::string axisLabel(const Spectra& spectra) {
 }
 
 void runPlot(const PlotOptions& options) {
-    const std::string extension = lowerExtension(options.output);
-    if (extension != ".svg" && extension != ".png") fail("{}: plots are written as .svg or .png.", options.output);
     if (!options.range.empty() && !(options.range[0] < options.range[1])) {
         fail("the range must be two wavelengths in nm, the smaller one first.");
     }
@@ -333,7 +331,9 @@ void addPlot(CLI::App& library, Command& chosen) {
     auto options = std::make_shared<PlotOptions>();
     CLI::App* command = library.add_subcommand("plot", "Draw spectra of a library");
     command->add_option("LIB", options->spectraFile, "The library, or any file that can be imported")->required();
-    command->add_option("OUT", options->output, "The plot: .svg or .png")->required();
+    command->add_option("OUT", options->output, "The plot: .svg or .png")
+        ->required()
+        ->check(endingIn({".svg", ".png"}));
     command->add_option("--select", options->select, fmt::format("Spectra to draw: {}", kSelectHelp))
         ->type_name("LIST")
         ->allow_extra_args(false);

@@ -468,6 +468,9 @@ TEST_F(Lut, BadInputsAreNamed) {
         {{"import", "in.nc", "in.nc", "--force"}, "cannot be written onto itself"},
         {{"import", "in.nc", "x.kslut", "--water", "2"}, "--radiance"},
         {{"import", "in.nc", "absent/x.kslut"}, "the folder absent does not exist"},
+        {{"plot", "t.kslut", "x.gif"},
+         "x.gif must end in .svg or .png.\nRun 'ks lut plot --help' to see how it is used"},
+        {{"interp", "t.kslut", "--plot", "x.txt"}, "x.txt must end in .svg or .png"},
         {{"export", "t.kslut", "x.txt"}, "give a name that ends in .nc"},
         {{"export", "t.kslut", "in.nc"}, "in.nc exists"}};
     const std::vector<std::string> before = files();

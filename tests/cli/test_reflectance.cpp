@@ -62,8 +62,14 @@ struct TableShape {
     std::string units = kscli::kRadianceUnits;
 };
 
+/// A file for tables, new or with what it holds already.
+kscli::OpenHostFile tableFile(const std::string& name) {
+    return kscli::OpenHostFile(fs::exists(name) ? GDBOpen(name.c_str(), "r+")
+                                                : GDBCreate(KSHOST_TYPE_NATIVE, name.c_str(), 512, 512, 0, 1, ""));
+}
+
 void makeTable(const std::string& name, const TableShape& shape) {
-    const kscli::OpenHostFile file(GDBCreate(KSHOST_TYPE_NATIVE, name.c_str(), 512, 512, 0, 1, ""));
+    const kscli::OpenHostFile file = tableFile(name);
     ASSERT_NE(file, nullptr);
     kscli::TableDescription description;
     description.name = "radiances";
@@ -97,6 +103,17 @@ void makeTable(const std::string& name, const TableShape& shape) {
     }
     table.writeEntries(table.wholeBox(), entries);
     table.finish();
+}
+
+/// A table that says nothing of radiance.
+void makeOtherTable(const std::string& name, bool isCompleted) {
+    const kscli::OpenHostFile file = tableFile(name);
+    ASSERT_NE(file, nullptr);
+    kscli::TableDescription description;
+    description.axes.resize(1);
+    description.axes[0].coordinates = {1, 2, 3};
+    kscli::LookupTable table = kscli::LookupTable::create(file.get(), description);
+    if (isCompleted) table.finish();
 }
 
 double knownReflectance(int x, int y, int b) { return 0.02 + 0.11 * x + 0.07 * y + 0.013 * b * (x % 3); }
@@ -634,6 +651,23 @@ TEST_F(Reflectance, ASunBelowTheHorizonIsRefused) {
     list.storeInFile(file);
     GDBClose(file);
     EXPECT_TRUE(contains(errorOf(without("--sun-zenith")), "the sun was below the horizon"));
+}
+
+TEST_F(Reflectance, TheOnlyRadianceTableIsFoundAmongOthers) {
+    const Cube cube = plainCube();
+    writeCube(dir() / "in.img", cube);
+    makeOtherTable(path("table.ks"), true);
+    EXPECT_TRUE(contains(errorOf(arguments()), "table.ks holds no radiance table"));
+    makeOtherTable(path("table.ks"), false);
+    EXPECT_TRUE(contains(errorOf(arguments()), "table.ks holds no radiance table"));
+    makeTable(path("table.ks"), {});
+    mustRun(arguments());
+    expectKnown(cube, "out.img");
+    EXPECT_TRUE(contains(errorOf(with({"--segment", "1", "--force"})), "table.ks holds no radiance table"));
+    makeTable(path("table.ks"), {});
+    EXPECT_TRUE(contains(errorOf(with({"--force"})), "table.ks holds 4 tables; choose one with --segment: 1 ("));
+    mustRun(with({"--segment", "4", "--force"}));
+    expectKnown(cube, "out.img");
 }
 
 // ---- mistakes ----
