@@ -235,7 +235,11 @@ void runInPlace(const Options& options) {
     const ColumnTrends trends = trendsOf(image, plan.bands, before, task.order);
     warnOfChange(image, plan, options.input);
     image.close();
-    runBrdfTask(task, options.input);
+    try {
+        runBrdfTask(task, options.input);
+    } catch (const Incomplete&) {
+        throw Incomplete(options.input + " is corrected in part or not at all (see above).");
+    }
     const DataSet corrected = DataSet::open(options.input);
     const ColumnMeans after = meansOf(corrected, plan.bands, task.sampled, plan.level);
     const BrdfReport report = {options.input, plan.bands, task, before, after, trends};

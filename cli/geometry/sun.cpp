@@ -242,7 +242,7 @@ void run(const Options& options) {
     Staging staging(options.output, options.force);
     writeText(csvOf(observations), staging.path());
     staging.publish();
-    note("{}: {} rows.", options.output, observations.size());
+    note("{}: {} row{}.", options.output, observations.size(), observations.size() == 1 ? "" : "s");
 }
 
 }  // namespace

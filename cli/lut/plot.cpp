@@ -128,6 +128,8 @@ void run(const Options& options) {
     Staging staging(options.output, options.force);
     drawPlot(plot, staging.path());
     staging.publish();
+    note("{}: {} curve{} over {}.", options.output, plot.curves.size(), plot.curves.size() == 1 ? "" : "s",
+         plot.xLabel);
 }
 
 }  // namespace

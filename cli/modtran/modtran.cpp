@@ -1,6 +1,7 @@
 // ks modtran: the input cards of the MODTRAN4 radiative-transfer code from JSON, and its spectral output as a table.
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -176,15 +177,15 @@ Curve curveOf(const Tape7Table& table, const Tape7Column& column) {
 std::string axisLabel(Tape7Unit unit, bool perNanometre) {
     switch (unit) {
         case Tape7Unit::depth:
-            return "optical depth";
+            return "Optical depth";
         case Tape7Unit::radiance:
-            return fmt::format("radiance ({})", unitText(unit, perNanometre));
+            return fmt::format("Radiance ({})", unitText(unit, perNanometre));
         case Tape7Unit::irradiance:
-            return fmt::format("irradiance ({})", unitText(unit, perNanometre));
+            return fmt::format("Irradiance ({})", unitText(unit, perNanometre));
         case Tape7Unit::kelvin:
-            return "temperature (K)";
+            return "Temperature (K)";
         default:
-            return "transmittance";
+            return "Transmittance";
     }
 }
 
@@ -201,8 +202,8 @@ void plotTable(const Tape7Table& table, const Tape7Options& options, const std::
     const Tape7Unit unit =
         radiance != varying.end() && options.columns.empty() ? Tape7Unit::radiance : varying.front()->unit;
     Plot plot;
-    plot.title = options.input;
-    plot.xLabel = "wavelength (nm)";
+    plot.title = std::filesystem::path(options.input).filename().string();
+    plot.xLabel = "Wavelength (nm)";
     plot.yLabel = axisLabel(unit, options.perNanometre);
     // The whole lies below its parts, which it would hide where they are nearly all of it.
     std::stable_partition(varying.begin(), varying.end(),

@@ -429,6 +429,18 @@ TEST_F(Brdf, InPlaceRefusesWhatItWouldSpoil) {
     EXPECT_EQ(files(), (std::vector<std::string>{"holes.hdr", "holes.img", "in.hdr", "in.img"}));
 }
 
+TEST_F(Brdf, InPlaceOnAFileThatCannotBeWrittenSaysSo) {
+    writeCube(dir() / "in.img", unevenCube());
+    const std::string before = read("in.img");
+    fs::permissions(dir() / "in.img", fs::perms::owner_read);
+    RunOptions ordinary;
+    ordinary.heedPermissions = true;
+    const Result result = ks({"brdf", "in.img", "--in-place"}, ordinary);
+    EXPECT_EQ(result.status, 2) << result.err;
+    EXPECT_TRUE(contains(result.err, "in.img is corrected in part or not at all")) << result.err;
+    EXPECT_EQ(read("in.img"), before);
+}
+
 // ---- mistakes ----
 
 TEST_F(Brdf, RefusesWhatCannotBeDone) {

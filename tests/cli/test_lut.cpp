@@ -417,6 +417,7 @@ TEST_F(Lut, PlotsAreDrawn) {
     const Result picture = lut({"plot", "t.kslut", "curves.png", "--along", "a", "--curves", "wl", "--at", "b=12"});
     ASSERT_EQ(picture.status, 0) << picture.err;
     EXPECT_TRUE(contains(picture.err, "b: 10 is the grid point nearest to 12")) << picture.err;
+    EXPECT_TRUE(contains(picture.err, "curves.png: 4 curves over a")) << picture.err;
     EXPECT_GT(readPicture(dir() / "curves.png").width, 100);
     const std::vector<std::pair<std::vector<std::string>, std::string>> wrong = {
         {{"--along", "c"}, "'c' is no axis of the table; it has: 1 a, 2 b, 3 wl"},
