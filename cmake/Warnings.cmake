@@ -6,6 +6,6 @@ target_compile_options(kslib_warnings INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi -Wold-style-cast>)
 if(KSLIB_SANITIZE)
   target_compile_options(kslib_warnings INTERFACE -fsanitize=${KSLIB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
-    -Wno-null-dereference -Wno-maybe-uninitialized)  # instrumented code makes both see ghosts
+    -Wno-null-dereference $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)  # instrumented code makes both see ghosts
   target_link_options(kslib_warnings INTERFACE -fsanitize=${KSLIB_SANITIZE})
 endif()

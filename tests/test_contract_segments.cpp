@@ -22,7 +22,7 @@ struct SegmentContract : HostContract, testing::WithParamInterface<bool> {
     std::string name;
     HostFile* fp = nullptr;
     const Numbers sizes = {4, 5, 6};
-    const Numbers none;
+    const Numbers none = {};
 
     void SetUp() override {
         HostContract::SetUp();

@@ -183,7 +183,7 @@ TEST_F(KSExtractVectCbkTest, WidensTheCodeVector) {
 
 TEST_F(KSExtractVectCbkTest, ChecksTheRangeBeforeTheDimension) {
     VEC* wrong = v_get(3);
-    const auto expectRefused = [this](VEC* to, const KSCbk* from, int number, const Report& report) {
+    const auto expectRefused = [](VEC* to, const KSCbk* from, int number, const Report& report) {
         host().forget();
         EXPECT_EQ(KSExtractVectCbk(to, from, number), 1);
         EXPECT_EQ(host().reports, (Reports{report}));
@@ -213,7 +213,7 @@ TEST_F(KSInsertVectCbkTest, NarrowsIntoTheCodeVectorAndNoOther) {
 
 TEST_F(KSInsertVectCbkTest, ChecksTheRangeBeforeTheDimension) {
     VEC* wrong = v_get(1);
-    const auto expectRefused = [this](const VEC* from, KSCbk* to, int number, const Report& report) {
+    const auto expectRefused = [](const VEC* from, KSCbk* to, int number, const Report& report) {
         host().forget();
         EXPECT_EQ(KSInsertVectCbk(from, to, number), 1);
         EXPECT_EQ(host().reports, (Reports{report}));

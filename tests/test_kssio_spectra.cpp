@@ -191,7 +191,7 @@ TEST_F(ROIStructToStrTest, WithoutMemoryThereIsNone) {
 
 struct ROIStrToStructTest : LibraryTest {
     struct Free {
-        void operator()(KSROI* region) const { KSFreeROI(region); }
+        void operator()(KSROI* parsed) const { KSFreeROI(parsed); }
     };
     std::unique_ptr<KSROI, Free> region;
 
@@ -532,7 +532,7 @@ const Report kFailedStatistics =
     failure("%s: Failed to evaluate the measurement vector, failure in KSEvalbandStats ().\n", kFromDataSet);
 
 TEST_F(KSEvalSpecFromDataSetTest, ChecksInOrder) {
-    const auto refused = [this](const KSDataSet* from, const KSSampDesc* description, KSSpectrum* into) {
+    const auto refused = [](const KSDataSet* from, const KSSampDesc* description, KSSpectrum* into) {
         EXPECT_EQ(KSEvalSpecFromDataSet(from, 1, description, into), 1);
     };
     KSBandResp* const responses = dataSet->Sensor.pBandResp;

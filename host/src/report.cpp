@@ -60,7 +60,7 @@ void deliverDebug(const char* text) {
 
 /// Formats a report; when it cannot be formatted or held, the bare format still says which report it was.
 template <class Deliver>
-void formatted(const char* format, std::va_list arguments, Deliver deliverText) {
+[[gnu::format(printf, 1, 0)]] void formatted(const char* format, std::va_list arguments, Deliver deliverText) {
     if (format == nullptr) return deliverText("(report without a text)");
     char shortText[1024];
     std::va_list again;

@@ -34,7 +34,6 @@ constexpr const char* kUnknown = "unknown";
 constexpr const char* kLayerName = "spectra";
 constexpr const char* kQuantities = "spectra quantities";
 constexpr int kTargetField = 0;
-constexpr int kQuantityField = 1;
 constexpr int kFirstMeasurement = 2;
 // No instrument has more; a header that claims more would have memory taken for fields that are not there.
 constexpr int kMostWavelengths = 100000;
